@@ -1,0 +1,43 @@
+#include "platform/PCMBuffer.h"
+
+#include <algorithm>
+#include <limits>
+#include <new>
+#include <utility>
+
+namespace quenlor::platform {
+
+std::shared_ptr<PCMBuffer> PCMBuffer::create(const AudioFormat& format,
+                                             std::uint32_t frameCapacity) {
+  const std::uint64_t bytesPerFrame = format.streamDescription().mBytesPerFrame;
+  const std::uint64_t bytesPerBuffer = bytesPerFrame * frameCapacity;
+  if (bytesPerFrame == 0 || format.channelCount() == 0) return nullptr;
+  if (bytesPerBuffer > std::numeric_limits<std::uint32_t>::max()) return nullptr;
+  try {
+    // Not std::vector: whoever asks for a buffer fills it, so zeroing it first would be waste.
+    std::unique_ptr<std::byte[]> memory(new std::byte[bytesPerBuffer * format.bufferCount()]);
+    return std::shared_ptr<PCMBuffer>(new PCMBuffer(format, frameCapacity, std::move(memory)));
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
+PCMBuffer::PCMBuffer(const AudioFormat& format, std::uint32_t frameCapacity,
+                     std::unique_ptr<std::byte[]> storage)
+    : pcmFormat(format), capacity(frameCapacity), memory(std::move(storage)) {
+  const std::uint32_t bytes = format.streamDescription().mBytesPerFrame * frameCapacity;
+  const std::uint32_t channelsPerBuffer = format.isInterleaved() ? format.channelCount() : 1;
+  buffers.reserve(format.bufferCount());
+  for (std::uint32_t i = 0; i < format.bufferCount(); ++i)
+    buffers.push_back({channelsPerBuffer, bytes, memory.get() + std::size_t{bytes} * i});
+  if (!format.isFloat32() || format.isInterleaved()) return;
+  for (const AudioBuffer& buffer : buffers) channels.push_back(static_cast<float*>(buffer.mData));
+}
+
+void PCMBuffer::setFrameLength(std::uint32_t frames) {
+  length = std::min(frames, capacity);
+  for (AudioBuffer& buffer : buffers)
+    buffer.mDataByteSize = length * pcmFormat.streamDescription().mBytesPerFrame;
+}
+
+}  // namespace quenlor::platform

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "platform/AudioTypes.h"
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace quenlor::platform {
+
+/// What a process tap captures and how it presents itself.
+struct TapDescription {
+  /// A stereo mix of all processes but the given ones.
+  static TapDescription stereoGlobalTapButExcludeProcesses(std::vector<AudioObjectID> excluded) {
+    TapDescription description;
+    description.processes = std::move(excluded);
+    description.isExclusive = true;
+    return description;
+  }
+
+  std::vector<AudioObjectID> processes;
+  /// Whether processes lists those left out (true) or those taken in (false). An empty list means
+  /// everything that plays, either way.
+  bool isExclusive = false;
+  bool isPrivate = false;
+  std::string name;
+  /// The device whose output is tapped; the current default output where absent.
+  std::optional<std::string> deviceUID;
+  std::optional<int> stream;
+};
+
+/// The settings of an aggregate device.
+struct AggregateDeviceDescription {
+  std::string name;
+  std::string uid;
+  bool isPrivate = false;
+  bool tapAutoStart = false;
+};
+
+}  // namespace quenlor::platform
