@@ -1,0 +1,128 @@
+#include "AudioTapSession.h"
+
+#include "AudioTapSessionError.h"
+#include "Permissions.h"
+#include "SidecarTrace.h"
+
+#include <utility>
+
+namespace quenlor {
+
+AudioTapSession::AudioTapSession(StartRequest startRequest, platform::AudioPlatform& audioPlatform)
+    : platform(audioPlatform),
+      request(std::move(startRequest)),
+      microphoneEngine(platform.makeEngine()),
+      mixQueue(platform.makeQueue("com.quenlor.helper.audio.mix")),
+      callbackQueue(platform.makeQueue("com.quenlor.helper.audio.tap")) {
+  // Last, so that a file that stands at the path is replaced only by a session that can exist.
+  writer = std::make_unique<WaveWriter>(request.outputPath);
+}
+
+void AudioTapSession::start() {
+  const platform::MutexLock lock(stateLock);
+  if (isRunning || startedAt) throw AudioTapSessionError::sessionAlreadyStarted();
+  if (request.mode != "mixed") throw AudioTapSessionError::mixedModeRequired();
+
+  logSidecarTrace("Ensuring system-audio capture access.");
+  logSidecarTrace("System-audio capture access check completed.");
+
+  logSidecarTrace("Ensuring microphone access.");
+  Permissions::ensureMicrophoneAccess(platform.captureDevice());
+  logSidecarTrace("Microphone access granted.");
+
+  logSidecarTrace("Configuring microphone capture.");
+  configureMicrophoneCapture();
+  logSidecarTrace("Microphone capture configured.");
+
+  logSidecarTrace("Configuring the Core Audio tap and aggregate device.");
+  configureSystemTapCapture();
+  logSidecarTrace("Core Audio tap and aggregate device configured.");
+
+  logSidecarTrace("Starting the mixer timer.");
+  startMixerTimer();
+  logSidecarTrace("Mixer timer started.");
+
+  startedAt = platform.currentTime();
+  isRunning = true;
+}
+
+StopResult AudioTapSession::stop() {
+  const platform::MutexLock lock(stateLock);
+  if (!isRunning) {
+    if (finalizedResult) return *finalizedResult;
+    throw AudioTapSessionError::sessionNotRunning();
+  }
+  teardownCaptureGraph();
+  std::exception_ptr failure;
+  mixQueue->sync([&] { failure = finishMixing(); });
+  isRunning = false;
+  if (failure) {
+    finalizedResult.reset();
+    writer->discard();
+    std::rethrow_exception(failure);
+  }
+  const std::chrono::duration<double> elapsed =
+      startedAt ? platform.currentTime() - *startedAt : std::chrono::system_clock::duration::zero();
+  finalizedResult = writer->finalize(elapsed.count());
+  return *finalizedResult;
+}
+
+void AudioTapSession::discardIfUnfinished() noexcept {
+  const platform::MutexLock lock(stateLock);
+  if (isRunning || !finalizedResult) unsafeCleanupAndDiscard();
+}
+
+void AudioTapSession::unsafeCleanupAndDiscard() {
+  teardownCaptureGraph();
+  mixQueue->sync([this] {
+    mixQueue->assertCurrent();
+    stopMixerTimer();
+    systemBacklog.empty();
+    microphoneBacklog.empty();
+  });
+  finalizedResult.reset();
+  writer->discard();
+  isRunning = false;
+}
+
+/// Undoes whatever set-up came to, in reverse; may run any number of times. Statuses are not looked
+/// at: there is nothing left to do about them.
+void AudioTapSession::teardownCaptureGraph() {
+  stopMixerTimer();
+  if (microphoneEngine->isRunning()) {
+    microphoneEngine->removeTap(0);
+    microphoneEngine->stop();
+  }
+  platform::AudioHardware& hardware = platform.hardware();
+  if (ioProcID) {
+    hardware.stopDevice(aggregateDeviceID, *ioProcID);
+    hardware.destroyIOProcID(aggregateDeviceID, *ioProcID);
+    ioProcID.reset();
+  }
+  if (aggregateDeviceID != 0) hardware.destroyAggregateDevice(std::exchange(aggregateDeviceID, 0));
+  if (systemTapID != 0) hardware.destroyProcessTap(std::exchange(systemTapID, 0));
+}
+
+/// The last work of a recording on mixQueue: writes everything stored and gives the first failure.
+std::exception_ptr AudioTapSession::finishMixing() {
+  mixQueue->assertCurrent();
+  stopMixerTimer();
+  try {
+    drainAvailableFrames(std::nullopt, true);
+  } catch (...) {
+    recordAsyncFailure(std::current_exception());
+  }
+  return recordedAsyncFailure();
+}
+
+void AudioTapSession::recordAsyncFailure(std::exception_ptr failure) {
+  const platform::MutexLock lock(failureLock);
+  if (!asyncFailure) asyncFailure = std::move(failure);
+}
+
+std::exception_ptr AudioTapSession::recordedAsyncFailure() {
+  const platform::MutexLock lock(failureLock);
+  return asyncFailure;
+}
+
+}  // namespace quenlor

@@ -1,0 +1,136 @@
+#pragma once
+
+#include "BridgePayloads.h"
+#include "SampleBacklog.h"
+#include "WaveWriter.h"
+#include "platform/AudioPlatform.h"
+#include "platform/ThreadSafety.h"
+
+#include <chrono>
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quenlor {
+
+/// One recording: owns every resource of it and serves once.
+///
+/// start(), stop() and discardIfUnfinished() may be called from any thread, one at a time; one
+/// thread calls them in practice, the control thread. Every path out of a started or half-started
+/// session passes through stop() or discardIfUnfinished(): destroying a session stops nothing.
+///
+/// Who touches what:
+///   control thread   set-up, start, stop, teardown
+///   callbackQueue    copy and conversion of system audio
+///   mixQueue         conversion of the microphone, both backlogs, the mixer's ticks, appending
+/// Locks are taken in the order stateLock, waiting on mixQueue, failureLock. Work on the queues
+/// never takes stateLock and never waits for another queue. Everything that is called back holds
+/// the session weakly, so the last reference can die on a queue's own thread.
+///
+/// Each concern has a source file of its own: lifecycle (AudioTapSession.cpp), system tap set-up
+/// (SystemTapCapture.cpp), system buffers (SystemBufferIntake.cpp), microphone
+/// (MicrophoneCapture.cpp), conversion (FormatConversion.cpp) and mixing (Mixer.cpp).
+class AudioTapSession final : public std::enable_shared_from_this<AudioTapSession> {
+ public:
+  /// How often the mixer runs.
+  static constexpr std::chrono::milliseconds mixInterval{20};
+
+  /// Connects to the platform's audio system, then creates the output file; starts nothing. Must be
+  /// owned by a shared pointer. Throws PlatformError and what WaveWriter's constructor throws.
+  AudioTapSession(StartRequest startRequest, platform::AudioPlatform& audioPlatform);
+
+  /// Returns once capture runs. Throws AudioTapSessionError, PermissionError or PlatformError and
+  /// undoes nothing then: the caller goes on to discardIfUnfinished(). A session that has been
+  /// started before is refused.
+  void start() EXCLUDES(stateLock);
+
+  /// Ends capture, writes what is still stored and finalizes the file. Repeated calls give the same
+  /// result. Throws AudioTapSessionError::sessionNotRunning, the first error of a queue's work (the
+  /// file is gone then), or the writer's error.
+  StopResult stop() EXCLUDES(stateLock);
+
+  /// Tears everything down and deletes the file, unless a successful stop() finalized it.
+  void discardIfUnfinished() noexcept EXCLUDES(stateLock);
+
+ private:
+  // Lifecycle
+  void unsafeCleanupAndDiscard() REQUIRES(stateLock);
+  void teardownCaptureGraph();
+  std::exception_ptr finishMixing();
+  void recordAsyncFailure(std::exception_ptr failure) EXCLUDES(failureLock);
+  std::exception_ptr recordedAsyncFailure() EXCLUDES(failureLock);
+
+  // System tap set-up
+  void configureSystemTapCapture();
+  void createProcessTap();
+  void createAggregateDevice();
+  void startSystemIO();
+  platform::AudioObjectID defaultOutputDeviceID();
+  std::string readDeviceUID(platform::AudioObjectID deviceID);
+  std::string readTapUID(platform::AudioObjectID tapID);
+  void setTapList(platform::AudioObjectID deviceID, const std::vector<std::string>& tapUIDs);
+  platform::AudioFormat readStreamFormat(platform::AudioObjectID deviceID);
+  platform::PropertyData readProperty(platform::AudioObjectID objectID, std::uint32_t selector,
+                                      std::uint32_t scope, platform::PropertyData initialValue,
+                                      const char* operation);
+
+  // System buffers
+  void takeSystemBuffers(platform::AudioBufferList input);
+  std::shared_ptr<platform::PCMBuffer> makeOwnedSystemBuffer(
+      platform::AudioBufferList input, const platform::AudioFormat& sourceFormat);
+  static std::uint32_t frameCount(platform::AudioBufferList list,
+                                  const platform::AudioFormat& format);
+  void handleSystemAudio(std::shared_ptr<platform::PCMBuffer> buffer);
+  void appendSystemBuffer(const platform::PCMBuffer& buffer);
+
+  // Microphone
+  void configureMicrophoneCapture();
+  void handleMicrophoneBuffer(std::shared_ptr<platform::PCMBuffer> buffer);
+  void convertAndAppendMicrophoneBuffer(const std::shared_ptr<platform::PCMBuffer>& buffer);
+
+  // Conversion
+  std::shared_ptr<platform::PCMBuffer> convert(
+      const std::shared_ptr<platform::PCMBuffer>& buffer,
+      std::shared_ptr<platform::AudioConverter>& converter);
+
+  // Mixing
+  void startMixerTimer();
+  void stopMixerTimer();
+  void mixerTick();
+  void drainAvailableFrames(std::optional<std::int64_t> limit, bool ignoreFailureGate)
+      REQUIRES(*mixQueue);
+
+  platform::AudioPlatform& platform;
+  const StartRequest request;
+  /// Appends come from mixQueue only. Finalizing and discarding come from the control thread, once
+  /// the timer is stopped and the last work that appends is done.
+  std::unique_ptr<WaveWriter> writer;
+  const std::unique_ptr<platform::AudioEngine> microphoneEngine;
+  const std::shared_ptr<platform::DispatchQueue> mixQueue;
+  const std::shared_ptr<platform::DispatchQueue> callbackQueue;
+  platform::Mutex failureLock;
+  platform::Mutex stateLock;
+  /// The hardware objects that exist; 0 or absent where there is none.
+  platform::AudioObjectID systemTapID = 0;
+  platform::AudioObjectID aggregateDeviceID = 0;
+  std::optional<platform::AudioDeviceIOProcID> ioProcID;
+  std::unique_ptr<platform::DispatchTimer> mixTimer;
+  /// Set before the IO block is registered and not changed while it can run.
+  std::optional<platform::AudioFormat> systemFormat;
+  std::shared_ptr<platform::AudioConverter> systemConverter GUARDED_BY(*callbackQueue);
+  /// Filled during set-up, before the engine starts; touched only on mixQueue from then on.
+  std::shared_ptr<platform::AudioConverter> microphoneConverter;
+  SampleBacklog systemBacklog GUARDED_BY(*mixQueue);
+  SampleBacklog microphoneBacklog GUARDED_BY(*mixQueue);
+  std::optional<std::chrono::system_clock::time_point> startedAt GUARDED_BY(stateLock);
+  std::optional<StopResult> finalizedResult GUARDED_BY(stateLock);
+  bool isRunning GUARDED_BY(stateLock) = false;
+  /// The first error of a queue's work; later ones are dropped. While it is set, buffers are
+  /// dropped and ticks write nothing.
+  std::exception_ptr asyncFailure GUARDED_BY(failureLock);
+};
+
+}  // namespace quenlor

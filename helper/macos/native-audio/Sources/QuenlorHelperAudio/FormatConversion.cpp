@@ -1,0 +1,74 @@
+#include "AudioTapSession.h"
+#include "AudioTapSessionError.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace quenlor {
+
+using platform::AudioConverter;
+using platform::ConverterInputStatus;
+using platform::ConverterOutputStatus;
+using platform::PCMBuffer;
+
+namespace {
+
+/// Frames that a source of the given rate and length can give at the target rate, rounded up from
+/// the rounded ratio: for 441 frames of 44 100 Hz at 48 000 Hz that is 481. At least 1. Nothing
+/// where the count does not fit 32 bits.
+std::optional<std::uint32_t> outputCapacity(double targetRate, const PCMBuffer& source) {
+  const double ratio = targetRate / source.format().sampleRate();
+  const double capacity = std::ceil(ratio * source.frameLength());
+  if (!(capacity >= 0 && capacity <= std::numeric_limits<std::uint32_t>::max()))
+    return std::nullopt;
+  return std::max(static_cast<std::uint32_t>(capacity), std::uint32_t{1});
+}
+
+/// Hands over the one buffer, then says that there is no more.
+AudioConverter::InputBlock handingOver(const std::shared_ptr<PCMBuffer>& source) {
+  return [&source, handedOver = false](std::uint32_t /*packets*/,
+                                       ConverterInputStatus& status) mutable {
+    status = handedOver ? ConverterInputStatus::endOfStream : ConverterInputStatus::haveData;
+    return std::exchange(handedOver, true) ? nullptr : source;
+  };
+}
+
+void throwUnlessConverted(ConverterOutputStatus status) {
+  switch (status) {
+    case ConverterOutputStatus::haveData:
+    case ConverterOutputStatus::inputRanDry:
+    case ConverterOutputStatus::endOfStream:
+      return;
+    case ConverterOutputStatus::error:
+      throw AudioTapSessionError::invalidAudioFormat(
+          "AVAudioConverter returned an error while converting audio.");
+  }
+  throw AudioTapSessionError::invalidAudioFormat("AVAudioConverter returned an unknown status.");
+}
+
+}  // namespace
+
+/// The buffer in the target format; the very buffer where it has it already. The converter is made
+/// on first use, kept for the session's life and never reset: it streams from buffer to buffer.
+std::shared_ptr<PCMBuffer> AudioTapSession::convert(const std::shared_ptr<PCMBuffer>& buffer,
+                                                    std::shared_ptr<AudioConverter>& converter) {
+  const platform::AudioFormat& target = writer->targetFormat;
+  if (buffer->format() == target) return buffer;
+  if (!converter) converter = platform.makeConverter(buffer->format(), target);
+  if (!converter)
+    throw AudioTapSessionError::invalidAudioFormat("Unable to create an AVAudioConverter.");
+
+  const std::optional<std::uint32_t> capacity = outputCapacity(target.sampleRate(), *buffer);
+  const auto output = capacity ? platform.makeBuffer(target, *capacity) : nullptr;
+  if (!output)
+    throw AudioTapSessionError::invalidAudioFormat("Unable to allocate the converted PCM buffer.");
+
+  std::exception_ptr error;
+  const ConverterOutputStatus status = converter->convert(*output, error, handingOver(buffer));
+  if (error) std::rethrow_exception(error);
+  throwUnlessConverted(status);
+  return output;
+}
+
+}  // namespace quenlor

@@ -1,0 +1,59 @@
+#include "FramedStdinReader.h"
+
+#include "POSIXErrorName.h"
+#include "SidecarControlProtocol.h"
+#include "SidecarRuntimeError.h"
+
+#include <array>
+#include <cerrno>
+#include <unistd.h>
+#include <utility>
+
+namespace quenlor {
+
+namespace {
+
+bool isBlank(const std::string& frame) {
+  return SidecarControlProtocol::trimmed(frame).empty();
+}
+
+}  // namespace
+
+std::optional<std::string> FramedStdinReader::readFrame() {
+  for (;;) {
+    while (std::optional<std::string> line = takeLine())
+      if (!isBlank(*line)) return line;
+    if (!readMore()) break;
+  }
+  const std::string last = std::exchange(buffer, {});
+  searched = 0;
+  if (isBlank(last)) return std::nullopt;
+  return last;
+}
+
+std::optional<std::string> FramedStdinReader::takeLine() {
+  const std::size_t end = buffer.find('\n', searched);
+  searched = end == std::string::npos ? buffer.size() : 0;
+  const bool tooLong =
+      end == std::string::npos ? buffer.size() > maximumFrameLength : end > maximumFrameLength;
+  if (tooLong)
+    throw SidecarRuntimeError::stdinReadFailed("a line is longer than " +
+                                               std::to_string(maximumFrameLength) + " bytes");
+  if (end == std::string::npos) return std::nullopt;
+  std::string line = buffer.substr(0, end);
+  buffer.erase(0, end + 1);
+  return line;
+}
+
+/// False at the end of input.
+bool FramedStdinReader::readMore() {
+  std::array<char, 4096> chunk{};
+  for (;;) {
+    const ssize_t count = ::read(fileDescriptor, chunk.data(), chunk.size());
+    if (count > 0) buffer.append(chunk.data(), static_cast<std::size_t>(count));
+    if (count >= 0) return count > 0;
+    if (errno != EINTR) throw SidecarRuntimeError::stdinReadFailed(posixErrorName(errno));
+  }
+}
+
+}  // namespace quenlor

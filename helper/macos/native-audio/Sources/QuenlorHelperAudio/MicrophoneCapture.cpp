@@ -1,0 +1,59 @@
+#include "AudioTapSession.h"
+#include "AudioTapSessionError.h"
+#include "SidecarTrace.h"
+
+#include <utility>
+
+namespace quenlor {
+
+namespace {
+
+constexpr std::uint32_t inputBus = 0;
+
+/// Frames that the tap asks for; buffers of other sizes are taken as well.
+constexpr std::uint32_t tapBufferSize = 1024;
+
+}  // namespace
+
+void AudioTapSession::configureMicrophoneCapture() {
+  logSidecarTrace("Reading the microphone input node format.");
+  const platform::AudioFormat format = microphoneEngine->inputFormat(inputBus);
+  if (format.channelCount() == 0) throw AudioTapSessionError::missingMicrophoneInput();
+
+  logSidecarTrace("Creating the microphone converter.");
+  // Where there is none, the first conversion tries again and reports it.
+  microphoneConverter = platform.makeConverter(format, writer->targetFormat);
+  microphoneEngine->removeTap(inputBus);
+
+  logSidecarTrace("Installing the microphone tap.");
+  microphoneEngine->installTap(
+      inputBus, tapBufferSize, format,
+      [weakSession = weak_from_this()](std::shared_ptr<platform::PCMBuffer> buffer) {
+        if (const auto session = weakSession.lock())
+          session->handleMicrophoneBuffer(std::move(buffer));
+      });
+  microphoneEngine->prepare();
+
+  logSidecarTrace("Starting the microphone engine.");
+  microphoneEngine->start();
+  logSidecarTrace("Microphone engine started.");
+}
+
+void AudioTapSession::handleMicrophoneBuffer(std::shared_ptr<platform::PCMBuffer> buffer) {
+  mixQueue->async([weakSession = weak_from_this(), buffer = std::move(buffer)] {
+    if (const auto session = weakSession.lock()) session->convertAndAppendMicrophoneBuffer(buffer);
+  });
+}
+
+void AudioTapSession::convertAndAppendMicrophoneBuffer(
+    const std::shared_ptr<platform::PCMBuffer>& buffer) {
+  mixQueue->assertCurrent();
+  if (recordedAsyncFailure()) return;
+  try {
+    microphoneBacklog.append(*convert(buffer, microphoneConverter));
+  } catch (...) {
+    recordAsyncFailure(std::current_exception());
+  }
+}
+
+}  // namespace quenlor

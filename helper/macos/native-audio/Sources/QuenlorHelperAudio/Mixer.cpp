@@ -1,0 +1,70 @@
+#include "AudioTapSession.h"
+
+#include <algorithm>
+#include <cstddef>
+
+namespace quenlor {
+
+namespace {
+
+/// What one tick writes at most: 20 ms at 48 000 Hz.
+constexpr std::int64_t framesPerTick = 960;
+
+float limited(float sum) {
+  if (sum <= -1.0F) return -1.0F;
+  return sum > 1.0F ? 1.0F : sum;
+}
+
+/// Adds the samples of other to those of mix, at unity gain.
+void mixInto(std::vector<float>& mix, const std::vector<float>& other) {
+  std::transform(mix.begin(), mix.end(), other.begin(), mix.begin(),
+                 [](float a, float b) { return limited(a + b); });
+}
+
+}  // namespace
+
+void AudioTapSession::startMixerTimer() {
+  auto timer = platform.makeTimer(mixQueue);
+  timer->schedule(mixInterval, mixInterval, std::chrono::nanoseconds(0));
+  timer->setEventHandler([weakSession = weak_from_this()] {
+    if (const auto session = weakSession.lock()) session->mixerTick();
+  });
+  mixTimer = std::move(timer);
+  mixTimer->resume();
+}
+
+/// Does not wait for a tick that is running: whoever needs that goes through mixQueue.
+void AudioTapSession::stopMixerTimer() {
+  if (!mixTimer) return;
+  mixTimer->setEventHandler([] {});
+  mixTimer->cancel();
+  mixTimer.reset();
+}
+
+void AudioTapSession::mixerTick() {
+  mixQueue->assertCurrent();
+  try {
+    drainAvailableFrames(framesPerTick, false);
+  } catch (...) {
+    recordAsyncFailure(std::current_exception());
+  }
+}
+
+/// Mixes what both backlogs hold, the shorter padded with silence, into the writer: at most limit
+/// frames, or everything in one pass. Frames are paired by their order alone. Does nothing once a
+/// failure is recorded, unless told to ignore that.
+void AudioTapSession::drainAvailableFrames(std::optional<std::int64_t> limit,
+                                           bool ignoreFailureGate) {
+  if (!ignoreFailureGate && recordedAsyncFailure()) return;
+  const std::int64_t available =
+      std::max(systemBacklog.availableFrames(), microphoneBacklog.availableFrames());
+  if (available <= 0) return;
+  const std::int64_t frames = limit ? std::min(*limit, available) : available;
+  StereoSamples mix = systemBacklog.consume(frames);
+  const StereoSamples microphone = microphoneBacklog.consume(frames);
+  mixInto(mix.left, microphone.left);
+  mixInto(mix.right, microphone.right);
+  writer->append(mix.left, mix.right, frames);
+}
+
+}  // namespace quenlor

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <string>
+
+namespace quenlor {
+
+/// The symbol of an errno value, such as "EBADF"; "errno " and the number where it has none.
+std::string posixErrorName(int code);
+
+}  // namespace quenlor

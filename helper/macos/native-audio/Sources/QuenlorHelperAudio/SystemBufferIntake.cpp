@@ -1,0 +1,83 @@
+#include "AudioTapSession.h"
+#include "AudioTapSessionError.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <utility>
+
+namespace quenlor {
+
+namespace {
+
+/// Copies lent samples into a buffer of ours, whose byte sizes say its room.
+void copyBuffers(platform::AudioBufferList input, std::span<platform::AudioBuffer> owned) {
+  if (input.size() != owned.size())
+    throw AudioTapSessionError::invalidAudioFormat(
+        "Unexpected AudioBufferList layout from the system tap.");
+  for (std::size_t i = 0; i < input.size(); ++i) {
+    if (input[i].mData == nullptr || owned[i].mData == nullptr)
+      throw AudioTapSessionError::invalidAudioFormat(
+          "System tap buffer data was unexpectedly nil.");
+    if (input[i].mDataByteSize > owned[i].mDataByteSize)
+      throw AudioTapSessionError::invalidAudioFormat(
+          "Owned system buffer was smaller than the callback payload.");
+    std::copy_n(static_cast<const std::byte*>(input[i].mData), input[i].mDataByteSize,
+                static_cast<std::byte*>(owned[i].mData));
+    owned[i].mDataByteSize = input[i].mDataByteSize;
+  }
+}
+
+}  // namespace
+
+void AudioTapSession::takeSystemBuffers(platform::AudioBufferList input) {
+  callbackQueue->assertCurrent();
+  if (!systemFormat || recordedAsyncFailure()) return;
+  try {
+    const auto owned = makeOwnedSystemBuffer(input, *systemFormat);
+    handleSystemAudio(convert(owned, systemConverter));
+  } catch (...) {
+    recordAsyncFailure(std::current_exception());
+  }
+}
+
+std::shared_ptr<platform::PCMBuffer> AudioTapSession::makeOwnedSystemBuffer(
+    platform::AudioBufferList input, const platform::AudioFormat& sourceFormat) {
+  const std::uint32_t frames = frameCount(input, sourceFormat);
+  if (frames == 0)
+    throw AudioTapSessionError::invalidAudioFormat("The system tap callback reported zero frames.");
+  const auto owned = platform.makeBuffer(sourceFormat, frames);
+  if (!owned)
+    throw AudioTapSessionError::invalidAudioFormat(
+        "Unable to allocate an owned system PCM buffer.");
+  copyBuffers(input, owned->mutableAudioBufferList());
+  owned->setFrameLength(frames);
+  return owned;
+}
+
+std::uint32_t AudioTapSession::frameCount(platform::AudioBufferList list,
+                                          const platform::AudioFormat& format) {
+  const std::uint32_t bytesPerFrame = format.streamDescription().mBytesPerFrame;
+  if (bytesPerFrame == 0)
+    throw AudioTapSessionError::invalidAudioFormat(
+        "The aggregate device reported zero bytes per frame.");
+  return list.empty() ? 0 : list.front().mDataByteSize / bytesPerFrame;
+}
+
+void AudioTapSession::handleSystemAudio(std::shared_ptr<platform::PCMBuffer> buffer) {
+  mixQueue->async([weakSession = weak_from_this(), buffer = std::move(buffer)] {
+    if (const auto session = weakSession.lock()) session->appendSystemBuffer(*buffer);
+  });
+}
+
+void AudioTapSession::appendSystemBuffer(const platform::PCMBuffer& buffer) {
+  mixQueue->assertCurrent();
+  if (recordedAsyncFailure()) return;
+  try {
+    systemBacklog.append(buffer);
+  } catch (...) {
+    // Only memory can fail here.
+    recordAsyncFailure(std::current_exception());
+  }
+}
+
+}  // namespace quenlor

@@ -1,0 +1,159 @@
+#include "WaveWriter.h"
+
+#include "WaveWriterError.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <fcntl.h>
+#include <span>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace quenlor {
+
+namespace {
+
+/// path in quotes, on one line: it becomes part of an error line.
+std::string quoted(const std::filesystem::path& path) {
+  std::string text = path.string();
+  std::ranges::replace_if(
+      text, [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '?');
+  return '"' + text + '"';
+}
+
+[[noreturn]] void throwFileError(std::error_code code, const std::string& attempt,
+                                 const std::filesystem::path& path) {
+  throw std::system_error(code, attempt + ' ' + quoted(path) + " failed");
+}
+
+/// Runs a file operation and says in its error what was tried.
+template <typename Operation>
+void attempting(const std::string& attempt, const std::filesystem::path& path,
+                Operation operation) {
+  try {
+    operation();
+  } catch (const std::system_error& error) {
+    throwFileError(error.code(), attempt, path);
+  }
+}
+
+std::filesystem::path fileURL(const std::string& outputPath) {
+  const std::filesystem::path path(outputPath);
+  if (outputPath.find('\0') != std::string::npos)
+    throwFileError(std::make_error_code(std::errc::invalid_argument), "Using the path", path);
+  if (!path.has_filename())
+    throwFileError(std::make_error_code(std::errc::is_a_directory), "Writing to", path);
+  std::error_code code;
+  std::filesystem::path absolute = std::filesystem::absolute(path, code);
+  if (code) throwFileError(code, "Finding the working folder for", path);
+  return absolute;
+}
+
+/// Makes way for the new file. What stands there is not followed: a link goes, not what it names.
+void removeExisting(const std::filesystem::path& path) {
+  std::error_code code;
+  const std::filesystem::file_status status = std::filesystem::symlink_status(path, code);
+  if (!std::filesystem::exists(status)) return;
+  if (std::filesystem::is_directory(status))
+    throwFileError(std::make_error_code(std::errc::is_a_directory), "Replacing", path);
+  std::filesystem::remove(path, code);
+  if (code) throwFileError(code, "Replacing", path);
+}
+
+/// Creating and opening are one call, so that the file that is written to is surely the new one.
+FileHandle createFile(const std::filesystem::path& path) {
+  int descriptor = -1;
+  do {
+    descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  } while (descriptor < 0 && errno == EINTR);
+  if (descriptor < 0) throw WaveWriterError::outputFileHandleUnavailable();
+  return FileHandle(descriptor);
+}
+
+std::byte* storeLittleEndian(std::byte* position, std::int16_t sample) {
+  const auto bits = static_cast<std::uint16_t>(sample);
+  *position++ = static_cast<std::byte>(bits & 0xFF);
+  *position++ = static_cast<std::byte>(bits >> 8);
+  return position;
+}
+
+}  // namespace
+
+WaveWriter::WaveWriter(const std::string& outputPath)
+    : outputURL(fileURL(outputPath)),
+      targetFormat(platform::AudioFormat::float32(targetSampleRate, targetChannelCount, false)) {
+  std::error_code code;
+  std::filesystem::create_directories(outputURL.parent_path(), code);
+  if (code) throwFileError(code, "Creating the folder", outputURL.parent_path());
+  removeExisting(outputURL);
+  handle = createFile(outputURL);
+  struct stat status {};
+  if (::fstat(handle.fileDescriptor(), &status) == 0) {
+    device = status.st_dev;
+    inode = status.st_ino;
+  }
+  attempting("Writing to", outputURL, [&] { writeHeader(); });
+}
+
+void WaveWriter::append(const std::vector<float>& left, const std::vector<float>& right,
+                        std::int64_t frames) {
+  if (frames < 0 || !std::in_range<std::size_t>(frames))
+    throw WaveWriterError::invalidTargetFormat();
+  const auto count = static_cast<std::size_t>(frames);
+  if (count > left.size() || count > right.size()) throw WaveWriterError::invalidTargetFormat();
+
+  std::vector<std::byte> bytes(count * bytesPerFrame);
+  std::byte* position = bytes.data();
+  for (std::size_t i = 0; i < count; ++i) {
+    position = storeLittleEndian(position, encodeSample(left[i]));
+    position = storeLittleEndian(position, encodeSample(right[i]));
+  }
+  attempting("Writing to", outputURL, [&] { handle.write(bytes); });
+  dataByteCount += bytes.size();
+  frameCount += count;
+}
+
+StopResult WaveWriter::finalize(double durationSeconds) {
+  if (!didFinalize) {
+    attempting("Finishing", outputURL, [&] {
+      handle.seekToStart();
+      writeHeader();
+      handle.close();
+    });
+    didFinalize = true;
+  }
+  return {.durationSeconds =
+              std::max(durationSeconds, static_cast<double>(frameCount) / targetSampleRate),
+          .sizeBytes = dataByteCount + headerSize};
+}
+
+void WaveWriter::discard() noexcept {
+  // Looked at before closing: once closed, another file could be given the same inode.
+  const bool ours = pathNamesOurFile();
+  if (!didFinalize) handle = FileHandle();
+  if (ours) ::unlink(outputURL.c_str());
+  didFinalize = true;
+}
+
+std::int16_t WaveWriter::encodeSample(float sample) {
+  if (std::isnan(sample)) return 0;
+  if (sample >= 1.0F) return 32'767;
+  if (sample <= -1.0F) return -32'768;
+  return static_cast<std::int16_t>(std::round(sample * 32'767.0F));
+}
+
+bool WaveWriter::pathNamesOurFile() const {
+  struct stat status {};
+  return ::lstat(outputURL.c_str(), &status) == 0 && status.st_dev == device &&
+         status.st_ino == inode;
+}
+
+void WaveWriter::writeHeader() {
+  handle.write(
+      makeHeader(dataByteCount, targetSampleRate, targetChannelCount, storedBitsPerSample));
+}
+
+}  // namespace quenlor

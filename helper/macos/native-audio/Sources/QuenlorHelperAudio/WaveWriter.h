@@ -1,0 +1,76 @@
+#pragma once
+
+#include "BridgePayloads.h"
+#include "FileHandle.h"
+#include "platform/AudioFormat.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace quenlor {
+
+/// Streams float stereo to a WAV file of 16-bit PCM at 48 000 Hz: a 44-byte header, then frames of
+/// 4 bytes. The sizes in the header are 0 until finalize().
+///
+/// Not safe for concurrent calls. Failures of the file system come as std::system_errors whose text
+/// names what was tried and the path.
+class WaveWriter {
+ public:
+  static constexpr double targetSampleRate = 48'000;
+  static constexpr std::uint16_t targetChannelCount = 2;
+  static constexpr std::uint16_t storedBitsPerSample = 16;
+  static constexpr std::size_t bytesPerFrame = targetChannelCount * storedBitsPerSample / 8;
+  static constexpr std::size_t headerSize = 44;
+  using Header = std::array<std::byte, headerSize>;
+
+  /// Creates the file, with missing folders, in place of whatever stands there, and writes the
+  /// header. A folder at the path, a path that names no file and one with a NUL character are
+  /// refused before anything is touched. Throws WaveWriterError::outputFileHandleUnavailable where
+  /// the file cannot be opened.
+  explicit WaveWriter(const std::string& outputPath);
+
+  /// Writes the first frames samples of both arrays, in one write. Throws
+  /// WaveWriterError::invalidTargetFormat, with nothing written, where an array has fewer.
+  void append(const std::vector<float>& left, const std::vector<float>& right, std::int64_t frames);
+
+  /// Writes the sizes into the header and closes the file. Once that has succeeded, further calls
+  /// only give the result again. The duration is durationSeconds or that of the frames, whichever
+  /// is longer.
+  StopResult finalize(double durationSeconds);
+
+  /// Closes and deletes the file, finalized or not. Never deletes a file that somebody else put in
+  /// its place.
+  void discard() noexcept;
+
+  /// The 44 bytes of a canonical RIFF/WAVE PCM header (Multimedia Programming Interface and Data
+  /// Specifications 1.0, IBM and Microsoft, 1991). Both sizes stop at 0xFFFFFFFF. Throws
+  /// std::out_of_range for arguments whose fields do not fit.
+  static Header makeHeader(std::uint64_t dataByteCount, double sampleRate,
+                           std::uint16_t channelCount, std::uint16_t bitsPerSample);
+
+  /// The stored form of one sample: limited to ±1, times 32 767 in single precision, halves away
+  /// from zero; but -1 is stored as -32 768, and what is not a number as 0.
+  static std::int16_t encodeSample(float sample);
+
+  const std::filesystem::path outputURL;
+  /// What append() takes: 32-bit float, one buffer a channel.
+  const platform::AudioFormat targetFormat;
+
+ private:
+  bool pathNamesOurFile() const;
+  void writeHeader();
+
+  FileHandle handle;
+  bool didFinalize = false;
+  std::uint64_t dataByteCount = 0;
+  std::uint64_t frameCount = 0;
+  dev_t device = 0;
+  ino_t inode = 0;
+};
+
+}  // namespace quenlor

@@ -1,0 +1,134 @@
+#include "AudioTapSession.h"
+#include "BridgePayloads.h"
+#include "FileHandle.h"
+#include "FramedStdinReader.h"
+#include "SidecarControlProtocol.h"
+#include "SidecarRuntimeError.h"
+#include "SidecarTrace.h"
+#include "platform/AudioPlatform.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <fcntl.h>
+#include <memory>
+#include <optional>
+#include <pthread.h>
+#include <span>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <unistd.h>
+
+namespace quenlor {
+
+namespace {
+
+/// The conversation with the parent: one start request, one recording, one stop.
+class QuenlorHelperAudioMain {
+ public:
+  QuenlorHelperAudioMain() = delete;
+
+  /// Returns once the result has been written. Throws whatever ends the run early.
+  static void run();
+
+  static void writeError(const std::exception& error);
+
+ private:
+  static StartRequest readStartRequest(FramedStdinReader& reader);
+  static void record(AudioTapSession& session, FramedStdinReader& reader);
+  static void writeFrame(std::string_view json);
+};
+
+void QuenlorHelperAudioMain::run() {
+  FramedStdinReader reader(STDIN_FILENO);
+  const StartRequest request = readStartRequest(reader);
+
+  logSidecarTrace("Creating the audio tap session.");
+  const auto platform = platform::makeAudioPlatform(logSidecarTrace);
+  const auto session = std::make_shared<AudioTapSession>(request, *platform);
+  try {
+    record(*session, reader);
+  } catch (...) {
+    session->discardIfUnfinished();
+    throw;
+  }
+}
+
+StartRequest QuenlorHelperAudioMain::readStartRequest(FramedStdinReader& reader) {
+  const std::optional<std::string> frame = reader.readFrame();
+  if (!frame) throw SidecarRuntimeError::emptyStartRequest();
+  logSidecarTrace("Received start request frame from the helper.");
+  StartRequest request = SidecarControlProtocol::decodeStartRequestFrame(*frame);
+  logSidecarTrace("Decoded start request for title: " + request.title);
+  if (request.mode != "mixed") throw SidecarRuntimeError::mixedModeRequired(request.mode);
+  return request;
+}
+
+void QuenlorHelperAudioMain::record(AudioTapSession& session, FramedStdinReader& reader) {
+  logSidecarTrace("Starting the audio tap session.");
+  session.start();
+  logSidecarTrace("Audio tap session reached ready state.");
+  writeFrame(ReadyFrame{.status = "ready"}.encode());
+
+  // The end of input is a stop as well: a recording must not outlive its parent.
+  if (const std::optional<std::string> frame = reader.readFrame())
+    SidecarControlProtocol::parseStopFrame(*frame);
+  logSidecarTrace("Stop signal received. Finalizing capture.");
+  writeFrame(session.stop().encode());
+}
+
+/// Two writes, as parents know it: they read up to the line feed.
+void QuenlorHelperAudioMain::writeFrame(std::string_view json) {
+  try {
+    writeAll(STDOUT_FILENO, std::as_bytes(std::span(json)));
+    writeAll(STDOUT_FILENO, std::as_bytes(std::span(std::string_view("\n"))));
+  } catch (const std::system_error& error) {
+    throw std::system_error(error.code(), "Writing the reply to standard output failed");
+  }
+}
+
+void QuenlorHelperAudioMain::writeError(const std::exception& error) {
+  const auto* described = dynamic_cast<const LocalizedError*>(&error);
+  reportSidecarError(described != nullptr ? described->errorDescription() : error.what());
+}
+
+/// A parent may start this program with descriptors 0, 1 or 2 closed. They are filled, so that no
+/// file of ours lands on them and gets the replies or the trace, but opened the wrong way round:
+/// reading input and writing replies must fail as they would on a closed descriptor.
+void fillStandardDescriptors() {
+  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (::fcntl(descriptor, F_GETFD) >= 0 || errno != EBADF) continue;
+    // The lowest free number is taken, which is this one.
+    ::open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+  }
+}
+
+/// A write that fails shall be an error and not the end of the process: into a pipe that the parent
+/// has closed, or beyond a file-size limit. Blocked here, before any thread exists, the two signals
+/// stay pending for ever in every thread; their disposition remains the parent's.
+void blockWriteSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGPIPE);
+  sigaddset(&signals, SIGXFSZ);
+  ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
+}  // namespace
+
+}  // namespace quenlor
+
+int main() {
+  quenlor::fillStandardDescriptors();
+  quenlor::blockWriteSignals();
+  quenlor::sidecarLogURL = quenlor::defaultSidecarLogURL();
+  try {
+    quenlor::QuenlorHelperAudioMain::run();
+    return 0;
+  } catch (const std::exception& error) {
+    quenlor::QuenlorHelperAudioMain::writeError(error);
+    std::exit(1);
+  }
+}
