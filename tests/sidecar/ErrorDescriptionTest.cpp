@@ -1,0 +1,77 @@
+#include "AudioTapSessionError.h"
+#include "POSIXErrorName.h"
+#include "Permissions.h"
+#include "SidecarRuntimeError.h"
+#include "WaveWriterError.h"
+
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace quenlor {
+namespace {
+
+using namespace std::string_literals;
+
+TEST(ErrorDescription, IsTheFixedText) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {SidecarRuntimeError::mixedModeRequired(" mi\0xed"s).errorDescription(),
+       "Mixed mode is required for Quenlor helper capture. Received:  mi\0xed"s},
+      {SidecarRuntimeError::stdinReadFailed("EIO").errorDescription(),
+       "The helper audio sidecar could not read stdin: EIO"},
+      {SidecarRuntimeError::emptyStartRequest().errorDescription(),
+       "No start request was received on stdin."},
+      {SidecarRuntimeError::invalidStopSignal().errorDescription(),
+       "Stop signal payload was not understood."},
+      {AudioTapSessionError::invalidAudioFormat("Why.").errorDescription(),
+       "Audio format error: Why."},
+      {AudioTapSessionError::sessionAlreadyStarted().errorDescription(),
+       "The Quenlor audio session is already running."},
+      {AudioTapSessionError::sessionNotRunning().errorDescription(),
+       "The Quenlor audio session is not running."},
+      {AudioTapSessionError::mixedModeRequired().errorDescription(),
+       "The Quenlor audio session only supports mixed mode."},
+      {AudioTapSessionError::missingMicrophoneInput().errorDescription(),
+       "No microphone input node is available for the Quenlor audio session."},
+      {PermissionError::microphoneDenied().errorDescription(),
+       "Microphone permission was denied for the Quenlor helper."},
+      {PermissionError::microphoneRestricted().errorDescription(),
+       "Microphone permission is restricted on this macOS account."},
+      {PermissionError::microphoneUnavailable().errorDescription(),
+       "No microphone input device is available for the Quenlor helper."},
+      {WaveWriterError::invalidTargetFormat().errorDescription(),
+       "WaveWriter requires 48 kHz stereo float32 PCM buffers."},
+      {WaveWriterError::outputFileHandleUnavailable().errorDescription(),
+       "WaveWriter could not open the output file."}};
+  for (const auto& [description, text] : cases) EXPECT_EQ(description, text);
+}
+
+TEST(ErrorDescription, RendersStatusesInFourCharacters) {
+  const std::vector<std::pair<std::uint32_t, std::string>> cases = {
+      {0x6E6F7065, "nope"}, {0x216F626A, "!obj"},       {0x41000000, "A"},    {0x00000000, "0x0"},
+      {0x00000001, "0x1"},  {0x20202020, "0x20202020"}, {0xFFFFFFCE, "ˇˇˇŒ"}, {0x0A204120, "A"},
+      {0x20410920, "A"},    {0x41200042, "A \0B"s},     {0x7F800A1F, "Ä"},    {0xCA41CACA, "A"},
+      {0x200A2020, "\n"},   {0xDBF0BDF5, "€\uF8FFΩı"}};
+  for (const auto& [bits, text] : cases)
+    EXPECT_EQ(AudioTapSessionError::coreAudio("create the Core Audio tap",
+                                              static_cast<platform::OSStatus>(bits))
+                  .errorDescription(),
+              "Core Audio error while trying to create the Core Audio tap: " +
+                  std::to_string(static_cast<platform::OSStatus>(bits)) + " (" + text + ")");
+}
+
+TEST(ErrorDescription, NamesPOSIXErrors) {
+  EXPECT_EQ(posixErrorName(EBADF), "EBADF");
+  EXPECT_EQ(posixErrorName(0), "errno 0");
+  EXPECT_EQ(posixErrorName(54321), "errno 54321");
+}
+
+TEST(ErrorDescription, PermissionErrorsCompareByCase) {
+  EXPECT_EQ(PermissionError::microphoneDenied(), PermissionError::microphoneDenied());
+  EXPECT_NE(PermissionError::microphoneDenied(), PermissionError::microphoneRestricted());
+  const std::hash<PermissionError> hash;
+  EXPECT_EQ(hash(PermissionError::microphoneDenied()), hash(PermissionError::microphoneDenied()));
+}
+
+}  // namespace
+}  // namespace quenlor

@@ -1,0 +1,100 @@
+#include "SampleBacklog.h"
+
+#include <cstdint>
+#include <deque>
+#include <gtest/gtest.h>
+#include <memory>
+#include <numeric>
+#include <random>
+#include <vector>
+
+namespace quenlor {
+namespace {
+
+using platform::AudioFormat;
+using platform::PCMBuffer;
+
+/// A planar buffer whose channel c holds first, first + 1, ... plus 0.25 c.
+std::shared_ptr<PCMBuffer> countingBuffer(std::uint32_t channels, std::uint32_t frames,
+                                          float first = 1) {
+  auto buffer = PCMBuffer::create(AudioFormat::float32(48'000, channels, false), frames + 1);
+  buffer->setFrameLength(frames);
+  float start = first;
+  for (float* channel : buffer->floatChannelData()) {
+    std::iota(channel, channel + frames, start);
+    start += 0.25F;
+  }
+  return buffer;
+}
+
+TEST(SampleBacklog, StoresTheFirstTwoChannels) {
+  struct Case {
+    std::uint32_t channels;
+    float right;
+  };
+  for (const Case& one : {Case{1, 1.0F}, Case{2, 1.25F}, Case{4, 1.25F}}) {
+    SampleBacklog backlog;
+    backlog.append(*countingBuffer(one.channels, 3));
+    ASSERT_EQ(backlog.availableFrames(), 3);
+    const StereoSamples samples = backlog.consume(5);
+    EXPECT_EQ(samples.left, (std::vector<float>{1, 2, 3, 0, 0}));
+    EXPECT_EQ(samples.right, (std::vector<float>{one.right, one.right + 1, one.right + 2, 0, 0}));
+    EXPECT_EQ(backlog.availableFrames(), 0);
+  }
+}
+
+TEST(SampleBacklog, SkipsBuffersWithoutFloats) {
+  platform::AudioStreamBasicDescription integers =
+      AudioFormat::float32(48'000, 2, false).streamDescription();
+  integers.mFormatFlags =
+      platform::kAudioFormatFlagIsSignedInteger | platform::kAudioFormatFlagIsNonInterleaved;
+  integers.mBitsPerChannel = 16;
+  integers.mBytesPerFrame = integers.mBytesPerPacket = 2;
+  auto buffer = PCMBuffer::create(*AudioFormat::fromStreamDescription(integers), 8);
+  buffer->setFrameLength(8);
+  SampleBacklog backlog;
+  backlog.append(*buffer);
+  backlog.append(*countingBuffer(2, 0));
+  EXPECT_EQ(backlog.availableFrames(), 0);
+}
+
+TEST(SampleBacklog, AnswersOddRequests) {
+  SampleBacklog backlog;
+  EXPECT_EQ(backlog.consume(5).left, std::vector<float>(5));
+  backlog.append(*countingBuffer(2, 3));
+  EXPECT_TRUE(backlog.consume(0).left.empty());
+  EXPECT_TRUE(backlog.consume(-7).right.empty());
+  EXPECT_EQ(backlog.availableFrames(), 3);
+  backlog.empty();
+  EXPECT_EQ(backlog.availableFrames(), 0);
+  EXPECT_EQ(backlog.consume(2).left, std::vector<float>(2));
+}
+
+/// Runs through every branch of compaction: what comes out is what went in, in order, once.
+TEST(SampleBacklog, KeepsOrderWhateverTheRunLengths) {
+  std::mt19937 random(7);
+  for (const std::uint32_t longestAppend : {3U, 1024U, 9000U}) {
+    SampleBacklog backlog;
+    std::deque<float> model;
+    float next = 1;
+    for (int step = 0; step < 400; ++step) {
+      const auto appended = static_cast<std::uint32_t>(random() % longestAppend);
+      backlog.append(*countingBuffer(2, appended, next));
+      for (std::uint32_t i = 0; i < appended; ++i) model.push_back(next++);
+      if (next > 8'000'000) next = 1;  // beyond this, floats no longer count
+      const auto wanted = static_cast<std::int64_t>(random() % 5000);
+      const StereoSamples samples = backlog.consume(wanted);
+      ASSERT_EQ(samples.left.size(), static_cast<std::size_t>(wanted));
+      for (std::size_t i = 0; i < samples.left.size(); ++i) {
+        const float expected = model.empty() ? 0 : model.front();
+        ASSERT_EQ(samples.left[i], expected);
+        ASSERT_EQ(samples.right[i], model.empty() ? 0 : expected + 0.25F);
+        if (!model.empty()) model.pop_front();
+      }
+      ASSERT_EQ(backlog.availableFrames(), static_cast<std::int64_t>(model.size()));
+    }
+  }
+}
+
+}  // namespace
+}  // namespace quenlor

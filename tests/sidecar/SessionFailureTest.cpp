@@ -1,0 +1,112 @@
+#include "FileSizeLimit.h"
+#include "SessionFixture.h"
+
+namespace quenlor::test {
+namespace {
+
+using std::chrono_literals::operator""ms;
+
+class SessionFailure : public SessionFixture {};
+
+TEST_F(SessionFailure, EachStepOfSetUpFailsWithItsErrorAndLeavesNothing) {
+  const std::string status = ": 1852797029 (nope)";
+  const std::string coreAudio = "Core Audio error while trying to ";
+  struct Case {
+    std::string call;
+    std::string error;
+  };
+  const std::vector<Case> cases = {
+      {"authorizationStatus", "Microphone permission was denied for the Quenlor helper."},
+      {"inputFormat", "No microphone input node is available for the Quenlor audio session."},
+      {"createProcessTap", coreAudio + "create the Core Audio tap" + status},
+      {"createAggregateDevice", coreAudio + "create the aggregate device" + status},
+      {"getPropertyData(tuid)", coreAudio + "query the tap UID" + status},
+      {"setPropertyData(tap#)", coreAudio + "attach the tap to the aggregate device" + status},
+      {"getPropertyData(sfmt)", coreAudio + "query the aggregate stream format" + status},
+      {"makeFormat",
+       "Audio format error: Unable to create AVAudioFormat from the aggregate device ASBD."},
+      {"createIOProcID", coreAudio + "create the aggregate IOProc" + status},
+      {"startDevice", coreAudio + "start the aggregate device" + status}};
+  for (const Case& one : cases) {
+    makeSession({});
+    ledger().failNamed(one.call);
+    EXPECT_EQ(errorOf([&] { session->start(); }), one.error);
+    EXPECT_TRUE(fileExists()) << "start() undoes nothing";
+    session->discardIfUnfinished();
+    session->discardIfUnfinished();
+    EXPECT_FALSE(fileExists());
+    expectEverythingReleased();
+  }
+}
+
+TEST_F(SessionFailure, AnEngineThatDoesNotStartGivesItsOwnError) {
+  makeSession({});
+  ledger().failNamed("engine.start");
+  const std::string error = errorOf([&] { session->start(); });
+  EXPECT_NE(error, "");
+  EXPECT_EQ(ledger().count("createProcessTap"), 0U);
+  session->discardIfUnfinished();
+  EXPECT_EQ(ledger().count("removeTap"), 1U) << "a tap is removed from a running engine only";
+  expectEverythingReleased();
+}
+
+/// The calls whose failure the recording survives: optional ones, and those of the clean-up.
+TEST_F(SessionFailure, SomeCallsMayFail) {
+  for (const char* call : {"getPropertyData(dOut)", "getPropertyData(uid )", "stopDevice",
+                           "destroyIOProcID", "destroyAggregateDevice", "destroyProcessTap"}) {
+    makeSession({});
+    ledger().failNamed(call);
+    session->start();
+    clock->advance(200ms);
+    EXPECT_EQ(errorOf([&] { session->stop(); }), "") << call;
+    EXPECT_GT(recording().left.size(), 7000U);
+    for (const char* step :
+         {"stopDevice", "destroyIOProcID", "destroyAggregateDevice", "destroyProcessTap"})
+      EXPECT_EQ(ledger().count(step), 1U) << step << " after " << call;
+  }
+}
+
+TEST_F(SessionFailure, FailuresWhileRecordingShowAtTheStop) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"makeBuffer", "Audio format error: Unable to allocate an owned system PCM buffer."},
+      {"makeConverter", "Audio format error: Unable to create an AVAudioConverter."}};
+  for (const auto& [call, error] : cases) {
+    makeSession({});
+    // The microphone's converter, the first one, is made during set-up.
+    ledger().failNamed(call, call == "makeConverter" ? 2 : 1, CallLedger::Repeat::forGood);
+    session->start();
+    clock->advance(200ms);
+    EXPECT_EQ(errorOf([&] { session->stop(); }), error);
+    EXPECT_FALSE(fileExists());
+    expectEverythingReleased();
+  }
+}
+
+TEST_F(SessionFailure, AFailedWriteEndsTheRecordingAtTheStop) {
+  makeSession(exactDevices());
+  session->start();
+  deliverSystem(std::vector<float>(2000, 0.5F));
+  {
+    const FileSizeLimit noMoreSpace(0);
+    tick();
+  }
+  const auto size = std::filesystem::file_size(path);
+  tick();
+  EXPECT_EQ(std::filesystem::file_size(path), size) << "ticks write nothing after a failure";
+  platform->deliverSystem(std::vector<platform::AudioBuffer>{});
+  const std::string error = errorOf([&] { session->stop(); });
+  EXPECT_NE(error.find("File too large"), std::string::npos) << "the first failure: " << error;
+  EXPECT_FALSE(fileExists());
+}
+
+TEST_F(SessionFailure, AWriteThatFailsInTheLastDrainIsReported) {
+  makeSession(exactDevices());
+  session->start();
+  deliverSystem(std::vector<float>(2000, 0.5F));
+  const FileSizeLimit noMoreSpace(0);
+  EXPECT_NE(errorOf([&] { session->stop(); }).find("File too large"), std::string::npos);
+  EXPECT_FALSE(fileExists());
+}
+
+}  // namespace
+}  // namespace quenlor::test

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "AudioTapSession.h"
+#include "platform/virtual/ManualClock.h"
+#include "platform/virtual/VirtualPlatform.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/WaveFile.h"
+
+#include <chrono>
+#include <functional>
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace quenlor::test {
+
+using platform::virtualhost::CallLedger;
+using platform::virtualhost::DeviceSettings;
+using platform::virtualhost::ManualClock;
+using platform::virtualhost::ObjectKind;
+using platform::virtualhost::Signal;
+using platform::virtualhost::VirtualPlatform;
+using platform::virtualhost::VirtualSettings;
+
+/// A session on the virtual host, whose time goes on only where a test says so.
+class SessionFixture : public testing::Test {
+ protected:
+  /// Devices that already have the target format and deliver only what a test hands over, so that
+  /// samples reach the mix as they are.
+  static VirtualSettings exactDevices();
+
+  /// A planar 48 kHz buffer with the given samples on every channel.
+  static std::shared_ptr<platform::PCMBuffer> planarBuffer(const std::vector<float>& samples,
+                                                           std::uint32_t channels = 2);
+
+  /// Makes the platform and a session on it.
+  void makeSession(const VirtualSettings& settings, const std::string& mode = "mixed");
+
+  void deliverSystem(const std::vector<float>& samples);
+  void deliverMicrophone(const std::vector<float>& samples);
+  void tick() { clock->advance(AudioTapSession::mixInterval); }
+
+  CallLedger& ledger() { return *platform->ledger(); }
+  bool fileExists() const { return std::filesystem::exists(path); }
+  WaveFile recording() const { return readWaveFile(path); }
+
+  /// Expects nothing of the host's to be alive, once the session is gone, and no call misused.
+  void expectEverythingReleased();
+
+  const TemporaryFolder folder;
+  const std::filesystem::path path = folder / "recording.wav";
+  const std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
+  std::unique_ptr<VirtualPlatform> platform;
+  std::shared_ptr<AudioTapSession> session;
+};
+
+/// The description of the error that action throws; empty where it throws none.
+std::string errorOf(const std::function<void()>& action);
+
+}  // namespace quenlor::test

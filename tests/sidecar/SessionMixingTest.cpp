@@ -1,0 +1,99 @@
+#include "SessionFixture.h"
+
+#include <cmath>
+
+namespace quenlor::test {
+namespace {
+
+class SessionMixing : public SessionFixture {
+ protected:
+  void SetUp() override {
+    makeSession(exactDevices());
+    session->start();
+  }
+
+  std::vector<std::int16_t> leftSamples() {
+    std::vector<std::int16_t> left;
+    const WaveFile file = recording();
+    for (std::size_t i = 0; i < file.samples.size(); i += 2) {
+      EXPECT_EQ(file.samples[i], file.samples[i + 1]);
+      left.push_back(file.samples[i]);
+    }
+    return left;
+  }
+};
+
+std::size_t fileFrames(const std::filesystem::path& path) {
+  return (std::filesystem::file_size(path) - 44) / 4;
+}
+
+/// What encodeSample() makes of it, for samples well inside ±1.
+std::int16_t stored(float sample) {
+  return static_cast<std::int16_t>(std::lround(sample * 32'767.0F));
+}
+
+TEST_F(SessionMixing, AddsPadsAndLimits) {
+  deliverSystem({0.8F, -0.9F, 0.25F, 0.5F, -0.5F, 0.1F, NAN, 0.3F});
+  deliverMicrophone({0.7F, -0.4F, 0.25F, 0.5F, -0.5F, -0.3F, 0.5F});
+  tick();
+  session->stop();
+  EXPECT_EQ(leftSamples(), (std::vector<std::int16_t>{32'767, -32'768, stored(0.5F), 32'767,
+                                                      -32'768, stored(-0.2F), 0, stored(0.3F)}));
+}
+
+TEST_F(SessionMixing, WritesAtMostATickAndKeepsTheRest) {
+  struct Step {
+    std::size_t system;
+    std::size_t microphone;
+    std::size_t written;
+  };
+  // Each line: what arrives, then one tick.
+  const std::vector<Step> steps = {{0, 0, 0},      {500, 0, 500}, {0, 300, 300}, {2000, 100, 960},
+                                   {0, 0, 960},    {0, 0, 80},    {0, 0, 0},     {961, 1, 960},
+                                   {0, 2000, 960}, {0, 0, 960},   {0, 0, 80}};
+  std::size_t total = 0;
+  for (std::size_t i = 0; i < steps.size(); ++i) {
+    if (steps[i].system > 0) deliverSystem(std::vector<float>(steps[i].system, 0.25F));
+    if (steps[i].microphone > 0) deliverMicrophone(std::vector<float>(steps[i].microphone, 0.5F));
+    tick();
+    total += steps[i].written;
+    ASSERT_EQ(fileFrames(path), total) << "step " << i;
+  }
+  session->stop();
+}
+
+TEST_F(SessionMixing, PairsFramesByTheirOrder) {
+  deliverSystem(std::vector<float>(2000, 0.25F));
+  deliverMicrophone(std::vector<float>(100, 0.5F));
+  tick();  // 100 sums, then the system alone
+  deliverMicrophone(std::vector<float>(1040, 0.125F));
+  tick();  // late frames go with whatever is taken with them
+  session->stop();
+  const std::vector<std::int16_t> left = leftSamples();
+  ASSERT_EQ(left.size(), 2000U);
+  for (std::size_t i = 0; i < left.size(); ++i)
+    ASSERT_EQ(left[i], i < 100 ? stored(0.75F) : i < 960 ? stored(0.25F) : stored(0.375F)) << i;
+}
+
+TEST_F(SessionMixing, DrainsEverythingAtTheStop) {
+  deliverSystem(std::vector<float>(3000, 0.25F));
+  deliverMicrophone(std::vector<float>(1200, 0.5F));
+  EXPECT_EQ(session->stop().sizeBytes, 44 + 4 * 3000U);
+  const std::vector<std::int16_t> left = leftSamples();
+  for (std::size_t i = 0; i < left.size(); ++i)
+    ASSERT_EQ(left[i], i < 1200 ? stored(0.75F) : stored(0.25F)) << i;
+}
+
+TEST_F(SessionMixing, TicksFirstAfterOneInterval) {
+  deliverSystem(std::vector<float>(10, 0.25F));
+  clock->advance(AudioTapSession::mixInterval - std::chrono::nanoseconds(1));
+  EXPECT_EQ(fileFrames(path), 0U);
+  clock->advance(std::chrono::nanoseconds(1));
+  EXPECT_EQ(fileFrames(path), 10U);
+  session->stop();
+  clock->advance(std::chrono::seconds(1));
+  EXPECT_EQ(ledger().alive(ObjectKind::timer), 0U);
+}
+
+}  // namespace
+}  // namespace quenlor::test
