@@ -1,0 +1,130 @@
+#include "platform/virtual/StreamDriver.h"
+
+#include <utility>
+
+namespace quenlor::platform::virtualhost {
+
+std::shared_ptr<PCMBuffer> StreamDriver::Stream::cut(std::uint64_t first, std::uint64_t last,
+                                                     bool silent) const {
+  const std::uint64_t firstFrame = first * settings.sampleRate / kCyclesPerSecond;
+  const std::uint64_t endFrame = last * settings.sampleRate / kCyclesPerSecond;
+  const auto frames = static_cast<std::uint32_t>(endFrame - firstFrame);
+  std::shared_ptr<PCMBuffer> buffer = PCMBuffer::create(settings.format(), frames);
+  if (!buffer) return nullptr;
+  buffer->setFrameLength(frames);
+  tone.fill(buffer->audioBufferList(), firstFrame, silent);
+  return buffer;
+}
+
+StreamDriver::StreamDriver(Pace& drivingPace, const VirtualSettings& settings)
+    : pace(drivingPace),
+      deviceQueue(pace.makeDeviceQueue()),
+      output(settings.output),
+      microphone(settings.microphone),
+      outputSignal(settings.output ? settings.output->signal : Signal::nothing),
+      microphoneSignal(settings.microphone ? settings.microphone->signal : Signal::nothing) {}
+
+StreamDriver::~StreamDriver() {
+  stopSystem();
+}
+
+void StreamDriver::startSystem(std::shared_ptr<const SystemReceiver> receiver) {
+  {
+    MutexLock lock(mutex);
+    systemReceiver = std::move(receiver);
+    startTime = pace.elapsed();
+    cyclesDelivered = 0;
+  }
+  timer = pace.makeTimer(deviceQueue);
+  timer->schedule(kFirstBurst, kCycle, std::chrono::nanoseconds::zero());
+  timer->setEventHandler([this] { deliverDue(); });
+  timer->resume();
+}
+
+void StreamDriver::stopSystem() {
+  if (!timer) return;
+  timer->cancel();
+  timer = nullptr;
+  waitForTurn();
+  MutexLock lock(mutex);
+  systemReceiver = nullptr;
+}
+
+void StreamDriver::startMicrophone(Tap tap) {
+  MutexLock lock(mutex);
+  microphoneTap = std::move(tap);
+}
+
+void StreamDriver::stopMicrophone(const Tap& tap) {
+  forgetMicrophone(tap);
+  waitForTurn();
+}
+
+void StreamDriver::forgetMicrophone(const Tap& tap) {
+  MutexLock lock(mutex);
+  if (microphoneTap == tap) microphoneTap = nullptr;
+}
+
+void StreamDriver::setOutputSignal(Signal signal) {
+  MutexLock lock(mutex);
+  outputSignal = signal;
+}
+
+void StreamDriver::setMicrophoneSignal(Signal signal) {
+  MutexLock lock(mutex);
+  microphoneSignal = signal;
+}
+
+bool StreamDriver::deliverSystem(AudioBufferList buffers) {
+  Receiver receiver;
+  {
+    MutexLock lock(mutex);
+    receiver = systemReceiver;
+  }
+  if (!receiver) return false;
+  deviceQueue->sync([&] { receiver->queue->sync([&] { receiver->block(buffers); }); });
+  return true;
+}
+
+bool StreamDriver::deliverMicrophone(std::shared_ptr<PCMBuffer> buffer) {
+  Tap tap;
+  {
+    MutexLock lock(mutex);
+    tap = microphoneTap;
+  }
+  if (!tap) return false;
+  deviceQueue->sync([&] { (*tap)(std::move(buffer)); });
+  return true;
+}
+
+void StreamDriver::deliverDue() {
+  const Turn turn = takeTurn();
+  if (output && turn.outputSignal != Signal::nothing) {
+    const bool silent = turn.outputSignal == Signal::silence;
+    const auto buffer = output->cut(turn.firstCycle, turn.lastCycle, silent);
+    if (buffer)
+      turn.receiver->queue->sync([&] { turn.receiver->block(buffer->audioBufferList()); });
+  }
+  if (microphone && turn.tap && turn.microphoneSignal != Signal::nothing) {
+    const bool silent = turn.microphoneSignal == Signal::silence;
+    auto buffer = microphone->cut(turn.firstCycle, turn.lastCycle, silent);
+    if (buffer) (*turn.tap)(std::move(buffer));
+  }
+}
+
+StreamDriver::Turn StreamDriver::takeTurn() {
+  MutexLock lock(mutex);
+  const auto due = static_cast<std::uint64_t>((pace.elapsed() - startTime) / kCycle);
+  return {std::exchange(cyclesDelivered, due),
+          due,
+          systemReceiver,
+          microphoneTap,
+          outputSignal,
+          microphoneSignal};
+}
+
+void StreamDriver::waitForTurn() const {
+  deviceQueue->sync([] {});
+}
+
+}  // namespace quenlor::platform::virtualhost

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "platform/CaptureDevice.h"
+#include "platform/virtual/CallLedger.h"
+#include "platform/virtual/VirtualSettings.h"
+
+#include <optional>
+#include <string>
+#include <thread>
+
+namespace quenlor::platform::virtualhost {
+
+/// A user whose answer is known beforehand. The answer comes on a thread of its own, under a manual
+/// clock too, since whoever asked may block until it is there.
+class VirtualCaptureDevice final : public CaptureDevice {
+ public:
+  static constexpr const char* kMicrophoneName = "Virtual Microphone";
+
+  VirtualCaptureDevice(CallLedger& callLedger, const VirtualSettings& settings);
+  /// Waits for an answer that is on its way.
+  ~VirtualCaptureDevice() override;
+
+  AuthorizationStatus authorizationStatus() override;
+  void requestAccess(std::function<void(bool granted)> completion) override;
+  std::optional<std::string> defaultDevice() override;
+
+ private:
+  CallLedger& ledger;
+  const bool hasMicrophone;
+  const bool grantsAccess;
+  AuthorizationStatus status;
+  std::thread answer;
+};
+
+}  // namespace quenlor::platform::virtualhost

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "platform/AudioEngine.h"
+#include "platform/virtual/CallLedger.h"
+#include "platform/virtual/StreamDriver.h"
+
+#include <memory>
+#include <optional>
+
+namespace quenlor::platform::virtualhost {
+
+/// The microphone's engine. One engine delivers at a time: the last one that was started.
+class VirtualEngine final : public AudioEngine {
+ public:
+  /// What is referred to outlives the engine. Without a format there is no input.
+  VirtualEngine(StreamDriver& streamDriver, CallLedger& callLedger,
+                std::optional<AudioFormat> deviceFormat);
+  ~VirtualEngine() override;
+
+  AudioFormat inputFormat(std::uint32_t bus) override;
+  void installTap(std::uint32_t bus, std::uint32_t bufferSize, const AudioFormat& format,
+                  TapBlock block) override;
+  void removeTap(std::uint32_t bus) override;
+  void prepare() override;
+  void start() override;
+  bool isRunning() const override;
+  void stop() override;
+
+ private:
+  void dropTap();
+
+  StreamDriver& driver;
+  CallLedger& ledger;
+  const std::optional<AudioFormat> format;
+  std::shared_ptr<const TapBlock> tap;
+  bool running = false;
+};
+
+}  // namespace quenlor::platform::virtualhost
