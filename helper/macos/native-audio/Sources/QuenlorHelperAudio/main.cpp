@@ -46,8 +46,8 @@ void QuenlorHelperAudioMain::run() {
   const StartRequest request = readStartRequest(reader);
 
   logSidecarTrace("Creating the audio tap session.");
-  const auto platform = platform::makeAudioPlatform(logSidecarTrace);
-  const auto session = std::make_shared<AudioTapSession>(request, *platform);
+  const auto host = platform::makeAudioPlatform(logSidecarTrace);
+  const auto session = std::make_shared<AudioTapSession>(request, *host);
   try {
     record(*session, reader);
   } catch (...) {
