@@ -1,0 +1,66 @@
+#include "platform/PCMBuffer.h"
+
+#include <gtest/gtest.h>
+#include <limits>
+
+namespace quenlor::platform {
+namespace {
+
+TEST(AudioFormat, RefusesDescriptionsThatCannotBeRepresented) {
+  const auto valid = AudioFormat::float32(48000, 2, true).streamDescription();
+  EXPECT_TRUE(AudioFormat::fromStreamDescription(valid));
+  for (const double rate : {0.0, -44100.0, std::numeric_limits<double>::quiet_NaN(),
+                            std::numeric_limits<double>::infinity()}) {
+    auto description = valid;
+    description.mSampleRate = rate;
+    EXPECT_FALSE(AudioFormat::fromStreamDescription(description)) << rate;
+  }
+  auto noChannels = valid, noFormat = valid;
+  noChannels.mChannelsPerFrame = 0;
+  noFormat.mFormatID = 0;
+  EXPECT_FALSE(AudioFormat::fromStreamDescription(noChannels));
+  EXPECT_FALSE(AudioFormat::fromStreamDescription(noFormat));
+}
+
+TEST(PCMBuffer, HoldsOneBufferAChannelUnlessInterleaved) {
+  const auto planar = PCMBuffer::create(AudioFormat::float32(48000, 2, false), 10);
+  ASSERT_EQ(planar->audioBufferList().size(), 2U);
+  ASSERT_EQ(planar->floatChannelData().size(), 2U);
+  for (std::size_t channel = 0; channel < 2; ++channel) {
+    const AudioBuffer& buffer = planar->audioBufferList()[channel];
+    EXPECT_EQ(buffer.mNumberChannels, 1U);
+    EXPECT_EQ(buffer.mDataByteSize, 40U) << "the whole room";
+    EXPECT_EQ(buffer.mData, planar->floatChannelData()[channel]);
+  }
+  EXPECT_GE(planar->floatChannelData()[1] - planar->floatChannelData()[0], 10);
+
+  const auto interleaved = PCMBuffer::create(AudioFormat::float32(48000, 3, true), 10);
+  ASSERT_EQ(interleaved->audioBufferList().size(), 1U);
+  EXPECT_EQ(interleaved->audioBufferList()[0].mNumberChannels, 3U);
+  EXPECT_EQ(interleaved->audioBufferList()[0].mDataByteSize, 120U);
+  EXPECT_TRUE(interleaved->floatChannelData().empty());
+}
+
+TEST(PCMBuffer, ClampsItsFrameLengthAndFitsTheByteSizes) {
+  const auto buffer = PCMBuffer::create(AudioFormat::float32(48000, 2, false), 10);
+  EXPECT_EQ(buffer->frameLength(), 0U);
+  for (const auto& [asked, got] : {std::pair{7U, 7U}, {0U, 0U}, {11U, 10U}, {~0U, 10U}}) {
+    buffer->setFrameLength(asked);
+    EXPECT_EQ(buffer->frameLength(), got);
+    for (const AudioBuffer& part : buffer->audioBufferList())
+      EXPECT_EQ(part.mDataByteSize, 4 * got);
+  }
+}
+
+TEST(PCMBuffer, RefusesSizesThatCannotBe) {
+  auto noFrameSize = AudioFormat::float32(48000, 2, true).streamDescription();
+  noFrameSize.mBytesPerFrame = 0;
+  EXPECT_EQ(PCMBuffer::create(*AudioFormat::fromStreamDescription(noFrameSize), 1), nullptr);
+  EXPECT_EQ(PCMBuffer::create(AudioFormat::float32(48000, 0, false), 1), nullptr);
+  // 2^32 bytes; one frame less would fit, and is not asked for to spare the memory.
+  EXPECT_EQ(PCMBuffer::create(AudioFormat::float32(48000, 2, true), 1U << 29), nullptr);
+  EXPECT_EQ(PCMBuffer::create(AudioFormat::float32(48000, 1, true), ~0U), nullptr);
+}
+
+}  // namespace
+}  // namespace quenlor::platform

@@ -1,0 +1,191 @@
+#include "platform/common/EventLoop.h"
+#include "platform/common/QueueTimer.h"
+#include "platform/common/SerialQueue.h"
+#include "tests/platform/Gate.h"
+
+#include <algorithm>
+#include <atomic>
+#include <gtest/gtest.h>
+#include <memory>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace quenlor::platform {
+namespace {
+
+using namespace std::chrono_literals;
+using test::Gate;
+
+TEST(EventLoop, RunsWhatWasPostedBeforeItEndsAndDropsWhatIsForLater) {
+  int ran = 0;
+  bool dropped = false;
+  {
+    EventLoop loop;
+    loop.postAt(EventLoop::Clock::now() + 1h, [&] { dropped = true; });
+    loop.post([&] {
+      ++ran;
+      loop.post([&] { ++ran; });
+    });
+  }
+  EXPECT_EQ(ran, 2);
+  EXPECT_FALSE(dropped);
+}
+
+TEST(SerialQueue, KeepsTheOrderOfEachThreadAndRunsOneItemAtATime) {
+  constexpr int threadCount = 4, itemsPerThread = 1000;
+  EventLoop loop;
+  SerialQueue queue(loop, "order");
+  // Without a lock: only the queue keeps the items apart.
+  std::vector<std::pair<int, int>> log;
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < threadCount; ++thread) {
+    threads.emplace_back([&, thread] {
+      for (int item = 0; item < itemsPerThread; ++item) {
+        const auto work = [&, thread, item] {
+          queue.assertCurrent();
+          log.emplace_back(thread, item);
+        };
+        if (item % 3 != 0) {
+          queue.async(work);
+          continue;
+        }
+        queue.sync([&] {
+          work();
+          // Everything this thread submitted before has run.
+          EXPECT_EQ(
+              std::count_if(log.begin(), log.end(), [&](auto e) { return e.first == thread; }),
+              item + 1);
+        });
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+
+  std::vector<int> next(threadCount);
+  queue.sync([&] {
+    ASSERT_EQ(log.size(), threadCount * itemsPerThread);
+    for (const auto& [thread, item] : log)
+      EXPECT_EQ(item, next[static_cast<std::size_t>(thread)]++);
+  });
+}
+
+TEST(SerialQueue, RunsSynchronousWorkOnTheCallerWhenIdleAndAsynchronousWorkNever) {
+  EventLoop loop;
+  SerialQueue queue(loop, "threads");
+  const auto caller = std::this_thread::get_id();
+  std::thread::id syncThread, asyncThread;
+  queue.sync([&] {
+    syncThread = std::this_thread::get_id();
+    queue.async([&] { asyncThread = std::this_thread::get_id(); });
+    EXPECT_EQ(asyncThread, std::thread::id()) << "must wait until the owner is done";
+  });
+  queue.sync([] {});
+  EXPECT_EQ(syncThread, caller);
+  EXPECT_NE(asyncThread, std::thread::id());
+  EXPECT_NE(asyncThread, caller);
+}
+
+TEST(SerialQueue, SynchronousWorkWaitsForItsTurnOnABusyQueue) {
+  EventLoop loop;
+  SerialQueue queue(loop, "busy");
+  Gate running, mayEnd;
+  std::vector<int> order;
+  queue.async([&] {
+    running.open();
+    mayEnd.await();
+    order.push_back(1);
+  });
+  auto held = std::make_shared<int>();
+  const std::weak_ptr<int> watched = held;
+  queue.async([&, held = std::move(held)] { order.push_back(2); });
+  queue.async([&] {
+    order.push_back(3);
+    EXPECT_TRUE(watched.expired()) << "what work holds is released before the next item";
+  });
+  running.await();
+  std::thread opener([&] { mayEnd.open(); });
+  queue.sync([&] { order.push_back(4); });
+  opener.join();
+  EXPECT_EQ(order, (std::vector{1, 2, 3, 4}));
+}
+
+// A session in small: it owns its queue, and work holds the last reference to it.
+struct Owner {
+  explicit Owner(EventLoop& loop) : queue(std::make_unique<SerialQueue>(loop, "owned")) {}
+  std::unique_ptr<SerialQueue> queue;
+};
+
+TEST(SerialQueue, MayDieInItsOwnWorkAndStillRunsWhatWasSubmitted) {
+  EventLoop loop;
+  for (const bool synchronous : {false, true}) {
+    auto last = std::make_shared<Owner>(loop);
+    SerialQueue& queue = *last->queue;
+    Gate running, submitted, done;
+    const auto work = [&] {
+      running.open();
+      submitted.await();
+      last.reset();
+    };
+    std::thread caller([&] { synchronous ? queue.sync(work) : queue.async(work); });
+    running.await();
+    queue.async([&] { done.open(); });
+    submitted.open();
+    done.await();
+    caller.join();
+    EXPECT_EQ(last, nullptr);
+  }
+}
+
+TEST(SerialQueue, StartsAndStopsWhileWorkPoursIn) {
+  for (int round = 0; round < 1000; ++round) {
+    EventLoop loop;
+    auto queue = std::make_shared<SerialQueue>(loop, "round");
+    QueueTimer timer(loop, queue);
+    std::atomic<bool> stop = false;
+    Gate ticked;
+    int ticks = 0, items = 0;
+    timer.setEventHandler([&] {
+      if (++ticks == 1) ticked.open();
+    });
+    timer.schedule(50us, 50us, 0ns);
+    timer.resume();
+    std::thread producer([&] {
+      while (!stop) {
+        queue->async([&] { ++items; });
+        queue->sync([&] { ++items; });
+      }
+    });
+    ticked.await();
+    timer.cancel();
+    int ticksAtStop = 0;
+    queue->sync([&] { ticksAtStop = ticks; });
+    stop = true;
+    producer.join();
+    queue->sync([&] {
+      EXPECT_EQ(ticks, ticksAtStop);
+      EXPECT_EQ(items % 2, 0);
+    });
+  }
+}
+
+TEST(SerialQueueDeathTest, EndsTheProgramWhenUsedAgainstItsRules) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_DEATH(
+      {
+        EventLoop loop;
+        SerialQueue queue(loop, "guarded");
+        queue.assertCurrent();
+      },
+      "Queue guarded: the caller is not running");
+  EXPECT_DEATH(
+      {
+        EventLoop loop;
+        SerialQueue queue(loop, "guarded");
+        queue.sync([&] { queue.sync([] {}); });
+      },
+      "Queue guarded: sync\\(\\) from the queue's own work");
+}
+
+}  // namespace
+}  // namespace quenlor::platform
