@@ -1,0 +1,107 @@
+#pragma once
+
+#include "platform/AudioPlatform.h"
+#include "platform/ThreadSafety.h"
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <pulse/context.h>
+#include <pulse/operation.h>
+#include <pulse/thread-mainloop.h>
+#include <string>
+
+namespace quenlor::platform::pulse {
+
+/// An operation under way. Destroying it means that its callback is not called any more.
+struct OperationCanceller {
+  void operator()(pa_operation* operation) const {
+    pa_operation_cancel(operation);
+    pa_operation_unref(operation);
+  }
+};
+using Operation = std::unique_ptr<pa_operation, OperationCanceller>;
+
+/// The connection to the sound server, with the thread that serves it.
+///
+/// It is also the lock under which everything of libpulse is used. The thread holds it whenever it
+/// runs a callback, so whoever holds it knows that none runs. The control thread must not hold it
+/// while waiting for a queue: a callback may be waiting for that queue in turn.
+///
+/// All functions are called from the control thread, or in callbacks where they say so.
+class CAPABILITY("connection") PulseConnection {
+ public:
+  /// How long the server may take for all its answers together, from connecting until capture runs.
+  /// Below the five seconds within which a start has to succeed or fail.
+  static constexpr std::chrono::milliseconds answerTime{4000};
+
+  /// Reaches for the server that the user's settings name, and starts none. Throws PlatformError.
+  explicit PulseConnection(const TraceSink& traceSink);
+  ~PulseConnection();
+
+  PulseConnection(const PulseConnection&) = delete;
+  PulseConnection& operator=(const PulseConnection&) = delete;
+
+  void lock() ACQUIRE() { pa_threaded_mainloop_lock(mainloop.get()); }
+  void unlock() RELEASE() { pa_threaded_mainloop_unlock(mainloop.get()); }
+
+  /// Tells the analysis that a callback runs with the lock held.
+  void assertLocked() const ASSERT_CAPABILITY(this) {}
+
+  pa_context* context() REQUIRES(this) { return serverContext.get(); }
+  bool isGood() REQUIRES(this) { return PA_CONTEXT_IS_GOOD(pa_context_get_state(context())); }
+
+  /// Why the last call failed, as one sentence.
+  std::string lastError() REQUIRES(this);
+
+  /// Makes waitUntil() ask again. For callbacks.
+  void signal() REQUIRES(this) { pa_threaded_mainloop_signal(mainloop.get(), 0); }
+
+  /// Gives up the lock until done() is true. Throws PlatformError when the connection ends or the
+  /// answer time is used up.
+  void waitUntil(const std::function<bool()>& done) REQUIRES(this);
+
+  /// Waits for the answer to an operation. Throws as waitUntil(), and where there is no operation.
+  void waitFor(const Operation& operation) REQUIRES(this);
+
+  /// Gives the server its whole answer time again.
+  void renewAnswerTime() { timeLeft = answerTime; }
+
+  /// May be called from any thread.
+  void trace(const std::string& message) const { sink(message); }
+
+ private:
+  struct MainloopEnder {
+    void operator()(pa_threaded_mainloop* loop) const;
+  };
+  struct ContextCloser {
+    void operator()(pa_context* closing) const;
+  };
+
+  void open();
+  void close();
+  static void stateChanged(pa_context* context, void* connection);
+
+  const TraceSink sink;
+  std::chrono::nanoseconds timeLeft = answerTime;
+  std::unique_ptr<pa_threaded_mainloop, MainloopEnder> mainloop;
+  std::unique_ptr<pa_context, ContextCloser> serverContext GUARDED_BY(this);
+  bool wasReady GUARDED_BY(this) = false;
+};
+
+/// Holds a connection's lock for a scope.
+class SCOPED_CAPABILITY ConnectionLock {
+ public:
+  explicit ConnectionLock(PulseConnection& heldConnection) ACQUIRE(heldConnection)
+      : connection(heldConnection) {
+    connection.lock();
+  }
+  ~ConnectionLock() RELEASE() { connection.unlock(); }
+  ConnectionLock(const ConnectionLock&) = delete;
+  ConnectionLock& operator=(const ConnectionLock&) = delete;
+
+ private:
+  PulseConnection& connection;
+};
+
+}  // namespace quenlor::platform::pulse

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "platform/AudioEngine.h"
+#include "platform/pulse/PulseCaptureGroup.h"
+#include "platform/pulse/PulseServerInfo.h"
+
+#include <memory>
+#include <optional>
+
+namespace quenlor::platform::pulse {
+
+/// The microphone: the server's default source at its own rate and channels, unless that is the
+/// monitor of an output.
+///
+/// start() makes the stream, but samples flow only once the group starts: the two sources of a
+/// recording start together.
+class PulseEngine final : public AudioEngine {
+ public:
+  PulseEngine(PulseConnection& engineConnection, PulseCaptureGroup& engineGroup)
+      : connection(engineConnection), group(engineGroup) {}
+  ~PulseEngine() override { stop(); }
+
+  AudioFormat inputFormat(std::uint32_t bus) override;
+  void installTap(std::uint32_t bus, std::uint32_t bufferSize, const AudioFormat& format,
+                  TapBlock block) override;
+  void removeTap(std::uint32_t bus) override;
+  void prepare() override {}
+  void start() override;
+  bool isRunning() const override { return stream != nullptr; }
+  void stop() override;
+
+ private:
+  struct Tap {
+    AudioFormat format;
+    TapBlock block;
+  };
+
+  void deliver(std::span<std::byte> samples) REQUIRES(connection);
+
+  PulseConnection& connection;
+  PulseCaptureGroup& group;
+  std::optional<SourceInfo> input;
+  std::optional<Tap> tap GUARDED_BY(connection);
+  std::unique_ptr<PulseCaptureStream> stream;
+};
+
+}  // namespace quenlor::platform::pulse

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "platform/AudioPlatform.h"
+#include "platform/common/EventLoop.h"
+#include "platform/pulse/PulseEngine.h"
+#include "platform/pulse/PulseHardware.h"
+
+#include <optional>
+
+namespace quenlor::platform::pulse {
+
+/// A Linux desktop with a sound server that speaks PulseAudio's protocol.
+///
+/// The server is reached at the first call that needs it: makeEngine(), hardware() and the capture
+/// device's defaultDevice(), each of which throws PlatformError where it cannot be.
+class PulsePlatform final : public AudioPlatform, private CaptureDevice {
+ public:
+  explicit PulsePlatform(TraceSink traceSink) : trace(std::move(traceSink)) {}
+
+  AudioHardware& hardware() override { return server().hardware; }
+  CaptureDevice& captureDevice() override { return *this; }
+  std::unique_ptr<AudioEngine> makeEngine() override;
+  std::shared_ptr<DispatchQueue> makeQueue(const std::string& label) override;
+  std::unique_ptr<DispatchTimer> makeTimer(std::shared_ptr<DispatchQueue> queue) override;
+  std::optional<AudioFormat> makeFormat(const AudioStreamBasicDescription& description) override;
+  std::shared_ptr<PCMBuffer> makeBuffer(const AudioFormat& format,
+                                        std::uint32_t frameCapacity) override;
+  std::shared_ptr<AudioConverter> makeConverter(const AudioFormat& from,
+                                                const AudioFormat& to) override;
+  std::chrono::system_clock::time_point currentTime() override;
+
+ private:
+  struct Server {
+    explicit Server(const TraceSink& trace) : connection(trace) {}
+
+    PulseConnection connection;
+    PulseCaptureGroup group{connection};
+    PulseHardware hardware{connection, group};
+  };
+
+  // A desktop asks nobody before a program records.
+  AuthorizationStatus authorizationStatus() override { return AuthorizationStatus::authorized; }
+  void requestAccess(std::function<void(bool granted)> completion) override { completion(true); }
+  std::optional<std::string> defaultDevice() override;
+
+  Server& server();
+
+  const TraceSink trace;
+  // The server's thread posts to the loop, so it must end first.
+  EventLoop eventLoop;
+  std::optional<Server> reachedServer;
+};
+
+}  // namespace quenlor::platform::pulse

@@ -1,0 +1,147 @@
+#include "tests/conversation/Conversation.h"
+#include "tests/support/Tone.h"
+#include "tests/support/WaveFile.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <span>
+#include <thread>
+
+namespace quenlor::test {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+using testing::HasSubstr;
+using testing::Not;
+
+// What the private server plays: one tone on the left channel of the output, another one on the
+// mono microphone.
+constexpr double systemHertz = 997;
+constexpr double microphoneHertz = 440;
+constexpr double playedAmplitude = 0.25;
+constexpr double recordedRate = 48000;
+
+std::string runPactl(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), "pactl");
+  ChildOptions options;
+  options.arguments = std::move(arguments);
+  ChildProcess pactl("/usr/bin/env", options);
+  EXPECT_EQ(pactl.waitForExit(), 0) << pactl.standardError();
+  return pactl.standardOutput();
+}
+
+/// The two sources of a recording, told apart by how they are played.
+struct Sources {
+  std::vector<float> system;
+  std::vector<float> microphone;
+};
+
+Sources sourcesOf(const WaveFile& wave) {
+  Sources sources{wave.left, wave.right};
+  for (std::size_t i = 0; i < wave.right.size(); ++i) sources.system[i] -= wave.right[i];
+  return sources;
+}
+
+/// From `begin` to 0.1 s before the end, where one source may be longer than the other, there is
+/// the tone as it was played and nothing else.
+void expectTone(const std::vector<float>& samples, double hertz, std::chrono::milliseconds begin) {
+  const auto first =
+      static_cast<std::size_t>(recordedRate / 1000 * static_cast<double>(begin.count()));
+  const std::size_t tail = 4800;
+  ASSERT_GT(samples.size(), first + tail + 4800);
+  const std::span<const float> part(samples.data() + first, samples.size() - first - tail);
+  // Rounding departs by 2 steps of 16 bits, that of a difference by 4.
+  EXPECT_TRUE(findBreaks(part, hertz, recordedRate, 8.0 / 32768).empty()) << hertz << " Hz";
+  const ToneFit fit = fitTone(part, hertz, recordedRate);
+  EXPECT_NEAR(fit.amplitude, playedAmplitude, 0.002) << hertz << " Hz";
+  EXPECT_LT(fit.residualDecibels, -75) << hertz << " Hz";
+}
+
+class ServerRecording : public Conversation {};
+
+TEST_F(ServerRecording, HoldsBothTonesWhole) {
+  ChildProcess child = launch();
+  ASSERT_NO_FATAL_FAILURE(awaitReady(child));
+  const auto ready = Clock::now();
+  std::this_thread::sleep_for(3s);
+  const std::chrono::duration<double> recorded = Clock::now() - ready;
+  child.write("stop\n");
+  expectRecording(finish(child), output);
+  const WaveFile wave = readWaveFile(output);
+  EXPECT_NEAR(wave.durationSeconds(), recorded.count(), 0.1);
+  const Sources sources = sourcesOf(wave);
+  expectTone(sources.system, systemHertz, 500ms);
+  expectTone(sources.microphone, microphoneHertz, 500ms);
+}
+
+TEST_F(ServerRecording, NamesItsStreamAfterTheTitleWhileItLasts) {
+  ChildProcess child = launch();
+  child.write(R"({"mode":"mixed","outputPath":")" + output.string() +
+              R"(","title":"Größe 1"})"
+              "\n");
+  ASSERT_EQ(child.readLine(), R"({"status":"ready"})") << child.standardError();
+  const std::string during = runPactl({"list", "source-outputs"});
+  EXPECT_THAT(during, HasSubstr(R"(media.name = "Größe 1")"));
+  EXPECT_THAT(during, HasSubstr(R"(application.name = "Quenlor Helper")"));
+  child.write("stop\n");
+  expectRecording(finish(child), output);
+  EXPECT_THAT(runPactl({"list", "source-outputs"}), Not(HasSubstr("Quenlor Helper")));
+}
+
+TEST_F(ServerRecording, SystemAudioDoesNotWaitForASuspendedMicrophone) {
+  runPactl({"suspend-source", "microphone", "1"});
+  ChildProcess child = launch();
+  awaitReady(child);
+  std::this_thread::sleep_for(2s);
+  child.write("stop\n");
+  const Outcome run = finish(child);
+  runPactl({"suspend-source", "microphone", "0"});
+  expectRecording(run, output);
+  expectTone(sourcesOf(readWaveFile(output)).system, systemHertz, 500ms);
+}
+
+TEST_F(ServerRecording, StopAnswersThoughTheServerHangs) {
+  const pid_t server = std::atoi(std::getenv("PRIVATE_SERVER_PID"));
+  ChildProcess child = launch();
+  ASSERT_NO_FATAL_FAILURE(awaitReady(child));
+  std::this_thread::sleep_for(1s);
+  ASSERT_EQ(kill(server, SIGSTOP), 0);
+  child.write("stop\n");
+  const int status = child.waitForExit(5s);
+  kill(server, SIGCONT);
+  expectRecording({status, child.standardOutput(), child.standardError()}, output);
+}
+
+class ServerDeath : public Conversation {};
+
+TEST_F(ServerDeath, LeavesOneLineInTheTraceAndWhatWasRecorded) {
+  ChildProcess child = launch();
+  ASSERT_NO_FATAL_FAILURE(awaitReady(child));
+  std::this_thread::sleep_for(1s);
+  ASSERT_EQ(kill(std::atoi(std::getenv("PRIVATE_SERVER_PID")), SIGKILL), 0);
+  std::this_thread::sleep_for(500ms);
+  child.write("stop\n");
+  const Outcome run = finish(child);
+  expectRecording(run, output);
+  EXPECT_GT(readWaveFile(output).durationSeconds(), 0.8);
+  std::size_t lines = 0;
+  for (const std::string& line : linesOf(run.errors))
+    lines += line.find("sound server") != std::string::npos;
+  EXPECT_EQ(lines, 1u) << run.errors;
+}
+
+class NoMicrophone : public Conversation {};
+
+TEST_F(NoMicrophone, IsToldFromTheMonitorThatIsTheDefaultSource) {
+  const Outcome run = converse(startLine());
+  EXPECT_EQ(expectFailure(run, ""),
+            "No microphone input node is available for the Quenlor audio session.");
+  EXPECT_THAT(run.errors, HasSubstr("speakers.monitor, is the monitor of an output."));
+  EXPECT_TRUE(filesLeft().empty());
+}
+
+}  // namespace
+}  // namespace quenlor::test
