@@ -1,0 +1,105 @@
+#include "tests/conversation/Conversation.h"
+
+#include "tests/support/WaveFile.h"
+
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <sstream>
+
+namespace quenlor::test {
+
+Conversation::Conversation() {
+  std::filesystem::create_directory(traceFile.parent_path());
+  options.environment["TMPDIR"] = traceFile.parent_path().string();
+}
+
+std::string Conversation::startLine(std::string_view path) {
+  return "{\"mode\":\"mixed\",\"outputPath\":\"" + std::string(path) + "\",\"title\":\"Weekly\"}\n";
+}
+
+ChildProcess Conversation::launch() const {
+  return ChildProcess(QUENLOR_SIDECAR_PATH, options);
+}
+
+void Conversation::awaitReady(ChildProcess& child) const {
+  child.write(startLine());
+  ASSERT_EQ(child.readLine(), R"({"status":"ready"})") << child.standardError();
+}
+
+Outcome Conversation::finish(ChildProcess& child) {
+  const int status = child.waitForExit();
+  return {status, child.standardOutput(), child.standardError()};
+}
+
+Outcome Conversation::converse(std::string_view input) const {
+  ChildProcess child = launch();
+  child.write(input);
+  child.closeInput();
+  return finish(child);
+}
+
+Outcome Conversation::recordUntil(std::string_view stop) const {
+  ChildProcess child = launch();
+  awaitReady(child);
+  child.write(stop);
+  return finish(child);
+}
+
+std::set<std::string> Conversation::filesLeft() const {
+  std::set<std::string> names;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.path())) {
+    names.insert(entry.path().lexically_relative(folder.path()).string());
+  }
+  names.erase("tmp");
+  names.erase("tmp/quenlor-helper-audio.log");
+  return names;
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+  std::istringstream stream(text);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+std::string readFile(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void writeFile(const std::filesystem::path& path, std::string_view text) {
+  std::ofstream(path, std::ios::binary) << text;
+}
+
+std::string expectFailure(const Outcome& run, std::string_view expectedOutput) {
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.output, expectedOutput);
+  EXPECT_TRUE(run.errors.ends_with('\n'));
+  std::vector<std::string> lines = linesOf(run.errors);
+  if (lines.empty()) {
+    ADD_FAILURE() << "Standard error is empty.";
+    return {};
+  }
+  std::string last = lines.back();
+  lines.pop_back();
+  EXPECT_FALSE(last.empty());
+  EXPECT_FALSE(last.starts_with(traceTag)) << last;
+  for (const std::string& line : lines) EXPECT_TRUE(line.starts_with(traceTag)) << line;
+  return last;
+}
+
+void expectRecording(const Outcome& run, const std::filesystem::path& path) {
+  EXPECT_EQ(run.status, 0) << run.errors;
+  static const std::regex form(
+      R"(\{"status":"ready"\}\n\{"durationSeconds":([-+.eE0-9]+),"sizeBytes":([0-9]+)\}\n)");
+  std::smatch result;
+  ASSERT_TRUE(std::regex_match(run.output, result, form)) << run.output;
+  EXPECT_EQ(std::stoull(result[2]), std::filesystem::file_size(path));
+  EXPECT_GE(std::stod(result[1]), readWaveFile(path).durationSeconds());
+  for (const std::string& line : linesOf(run.errors)) {
+    EXPECT_TRUE(line.starts_with(traceTag)) << line;
+  }
+}
+
+}  // namespace quenlor::test

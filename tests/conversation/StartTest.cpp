@@ -1,0 +1,119 @@
+// What a start line may look like, and what is refused before anything is touched.
+
+#include "tests/conversation/Conversation.h"
+
+#include <string>
+
+namespace quenlor::test {
+
+namespace {
+
+using Start = Conversation;
+
+// One start line with one member replaced by `member`, which may be empty.
+std::string withMember(const std::string& line, const std::string& original,
+                       const std::string& member) {
+  const std::size_t at = line.find(original);
+  return line.substr(0, at) + member + line.substr(at + original.size());
+}
+
+std::string nested(std::size_t depth) {
+  return std::string(depth, '[') + std::string(depth, ']');
+}
+
+TEST_F(Start, RefusesAnythingButARequest) {
+  const std::string line = startLine();
+  const std::string path = "\"outputPath\":\"" + output.string() + "\"";
+  const std::string title = "\"title\":\"Weekly\"";
+  const std::vector<std::pair<const char*, std::string>> cases = {
+      {"not JSON", "start\n"},
+      {"a broken object", line.substr(0, line.size() / 2) + "\n"},
+      {"text after the object", line.substr(0, line.size() - 1) + "}\n"},
+      {"an array", "[" + line.substr(0, line.size() - 1) + "]\n"},
+      {"a string", "\"mixed\"\n"},
+      {"null", "null\n"},
+      {"no members", "{}\n"},
+      {"no title", withMember(line, "," + title, "")},
+      {"a title that is null", withMember(line, title, "\"title\":null")},
+      {"a title that is a number", withMember(line, title, "\"title\":5")},
+      {"a key in another case", withMember(line, title, "\"Title\":\"Weekly\"")},
+      {"no output path", withMember(line, path + ",", "")},
+      {"an output path in an array", withMember(line, path, "\"outputPath\":[\"a.wav\"]")},
+      {"no mode", withMember(line, "\"mode\":\"mixed\",", "")},
+      {"a mode that is true", withMember(line, "\"mixed\"", "true")},
+      {"bytes that are not UTF-8", withMember(line, "Weekly", "\xC3\x28")},
+      {"half of a surrogate pair", withMember(line, "Weekly", R"(\uD800)")},
+      {"a control character in a string", withMember(line, "Weekly", "\x01")},
+      {"deep nesting", nested(100000) + "\n"},
+      {"deep nesting in an unknown member",
+       withMember(line, title, title + ",\"more\":" + nested(100000))},
+      {"nesting that never closes", std::string(100000, '[') + "\n"},
+  };
+  for (const auto& [name, input] : cases) {
+    SCOPED_TRACE(name);
+    expectFailure(converse(input), "");
+    EXPECT_EQ(filesLeft(), std::set<std::string>{});
+  }
+}
+
+TEST_F(Start, RefusesOtherModesAsReceived) {
+  for (const std::string mode : {"Mixed", " mixed", "mixed ", "", "system"}) {
+    SCOPED_TRACE(mode);
+    const Outcome run = converse(withMember(startLine(), "\"mixed\"", "\"" + mode + "\""));
+    EXPECT_EQ(expectFailure(run, ""),
+              "Mixed mode is required for Quenlor helper capture. Received: " + mode);
+    EXPECT_EQ(filesLeft(), std::set<std::string>{});
+  }
+}
+
+TEST_F(Start, NeedsALine) {
+  for (const std::string_view input : {"", "\n", " \t\r\n\r\n", "  "}) {
+    EXPECT_EQ(expectFailure(converse(input), ""), "No start request was received on stdin.");
+  }
+}
+
+TEST_F(Start, AcceptsAnyOrderMoreMembersAndBlanksAround) {
+  const std::string path = "\"outputPath\":\"" + output.string() + "\"";
+  for (const std::string& line : {
+           "{\"title\":\"\"," + path + ",\"mode\":\"mixed\"}\n",
+           "{ \"more\":{\"title\":[1.5,null]}, \"title\":\"T\", " + path +
+               ",\"mode\":\"mixed\" }\n",
+           "\n \t\r\n  " + startLine().substr(0, startLine().size() - 1) + " \r\n",
+           "{\"\\u006dode\":\"mi\\u0078ed\",\"title\":\"\\ud834\\udd1e\"," + path + "}\n",
+       }) {
+    SCOPED_TRACE(line);
+    expectRecording(converse(line + "stop\n"), output);
+    std::filesystem::remove(output);
+  }
+}
+
+TEST_F(Start, TakesALineOfManyReadsButNotAnEndlessOne) {
+  const std::string longLine = std::string(1'000'000, ' ') + startLine();
+  expectRecording(converse(longLine + "stop\n"), output);
+  std::filesystem::remove(output);
+
+  ChildProcess child = launch();
+  child.write(std::string((1 << 20) + 4096, ' '));
+  EXPECT_TRUE(expectFailure(finish(child), "")
+                  .starts_with("The helper audio sidecar could not read stdin: "));
+  EXPECT_EQ(filesLeft(), std::set<std::string>{});
+}
+
+TEST_F(Start, WaitsForTheLineFeed) {
+  ChildProcess child = launch();
+  const std::string line = startLine();
+  child.write(std::string_view(line).substr(0, line.size() - 1));
+  EXPECT_THROW((void)child.readLine(std::chrono::milliseconds{100}), std::runtime_error);
+  EXPECT_EQ(filesLeft(), std::set<std::string>{});
+  child.write("\nstop\n");
+  expectRecording(finish(child), output);
+}
+
+TEST_F(Start, TakesAnUnfinishedLineAtTheEndOfInput) {
+  const std::string line = startLine();
+  expectRecording(converse(line.substr(0, line.size() - 1)), output);
+}
+
+}  // namespace
+
+}  // namespace quenlor::test

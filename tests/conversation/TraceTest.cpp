@@ -1,0 +1,142 @@
+// The trace on standard error and in the trace file.
+
+#include "tests/conversation/Conversation.h"
+
+#include <ctime>
+#include <functional>
+#include <regex>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace quenlor::test {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using Trace = Conversation;
+
+constexpr const char* messagesOfARecording[] = {
+    "Received start request frame from the helper.",
+    "Decoded start request for title: Weekly",
+    "Creating the audio tap session.",
+    "Starting the audio tap session.",
+    "Ensuring system-audio capture access.",
+    "System-audio capture access check completed.",
+    "Ensuring microphone access.",
+    "Microphone access granted.",
+    "Configuring microphone capture.",
+    "Reading the microphone input node format.",
+    "Creating the microphone converter.",
+    "Installing the microphone tap.",
+    "Starting the microphone engine.",
+    "Microphone engine started.",
+    "Microphone capture configured.",
+    "Configuring the Core Audio tap and aggregate device.",
+    "Calling AudioHardwareCreateProcessTap.",
+    "AudioHardwareCreateProcessTap succeeded.",
+    "Calling AudioHardwareCreateAggregateDevice.",
+    "AudioHardwareCreateAggregateDevice succeeded.",
+    "Reading the tap UID.",
+    "Setting the aggregate-device tap list.",
+    "Reading the aggregate-device stream format.",
+    "Calling AudioDeviceCreateIOProcIDWithBlock.",
+    "AudioDeviceCreateIOProcIDWithBlock succeeded.",
+    "Calling AudioDeviceStart.",
+    "AudioDeviceStart succeeded.",
+    "Core Audio tap and aggregate device configured.",
+    "Starting the mixer timer.",
+    "Mixer timer started.",
+    "Audio tap session reached ready state.",
+    "Stop signal received. Finalizing capture.",
+};
+
+// The messages of a trace without tag and time; a line of another form is kept whole.
+std::vector<std::string> messagesOf(const std::string& trace) {
+  static const std::regex form(R"(\[QuenlorHelperAudio\] \d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ (.*))");
+  std::vector<std::string> messages;
+  for (const std::string& line : linesOf(trace)) {
+    std::smatch match;
+    messages.push_back(std::regex_match(line, match, form) ? match[1].str() : line);
+  }
+  return messages;
+}
+
+TEST_F(Trace, TellsEveryStepInBothPlaces) {
+  const Outcome run = recordUntil("stop\n");
+  const std::vector<std::string> expected(std::begin(messagesOfARecording),
+                                          std::end(messagesOfARecording));
+  EXPECT_EQ(messagesOf(run.errors), expected);
+  EXPECT_EQ(readFile(traceFile), run.errors);
+  struct stat state {};
+  ASSERT_EQ(stat(traceFile.c_str(), &state), 0);
+  EXPECT_EQ(state.st_mode & 07777, 0600U);
+}
+
+TEST_F(Trace, TellsTheTimeInUtc) {
+  options.environment["TZ"] = "FAR-11:30";
+  const Outcome run = converse("{}\n");
+  std::tm fields{};
+  const std::string time = run.errors.substr(traceTag.size(), 20);
+  ASSERT_NE(strptime(time.c_str(), "%Y-%m-%dT%H:%M:%SZ", &fields), nullptr) << time;
+  EXPECT_NEAR(std::difftime(std::time(nullptr), timegm(&fields)), 0, 60);
+}
+
+TEST_F(Trace, FileGrowsFromRunToRunAndHoldsErrors) {
+  writeFile(traceFile, "an older line\n");
+  expectFailure(converse(""), "");
+  EXPECT_EQ(converse(R"({"mode":"\u00e4","outputPath":"","title":"one\ntwo \u00fc"})").status, 1);
+  const std::vector<std::string> expected = {
+      "an older line",
+      "Error: No start request was received on stdin.",
+      "Received start request frame from the helper.",
+      "Decoded start request for title: one",
+      "two \xC3\xBC",
+      "Error: Mixed mode is required for Quenlor helper capture. Received: \xC3\xA4",
+  };
+  EXPECT_EQ(messagesOf(readFile(traceFile)), expected);
+}
+
+TEST_F(Trace, FileIsLeftAloneUnlessItIsOurs) {
+  const fs::path target = folder / "target";
+  const std::vector<std::pair<const char*, std::function<void()>>> obstacles = {
+      {"symbolic link", [&] { fs::create_symlink(target, traceFile); }},
+      {"hard link", [&] { fs::create_hard_link(target, traceFile); }},
+      {"named pipe", [&] { ASSERT_EQ(mkfifo(traceFile.c_str(), 0600), 0); }},
+      {"directory", [&] { fs::create_directory(traceFile); }},
+  };
+  for (const auto& [name, put] : obstacles) {
+    SCOPED_TRACE(name);
+    writeFile(target, "precious");
+    put();
+    const fs::file_type type = fs::symlink_status(traceFile).type();
+    const Outcome run = recordUntil("stop\n");
+    expectRecording(run, output);
+    EXPECT_EQ(linesOf(run.errors).size(), std::size(messagesOfARecording));
+    EXPECT_EQ(fs::symlink_status(traceFile).type(), type);
+    EXPECT_EQ(readFile(target), "precious");
+    fs::remove(traceFile);
+  }
+}
+
+TEST_F(Trace, FileOfAnotherUserIsLeftAlone) {
+  writeFile(traceFile, "precious");
+  if (chown(traceFile.c_str(), 65534, 65534) != 0) {
+    GTEST_SKIP() << "Giving a file to another user is not permitted here.";
+  }
+  expectRecording(recordUntil("stop\n"), output);
+  EXPECT_EQ(readFile(traceFile), "precious");
+}
+
+TEST_F(Trace, NeedsNoFile) {
+  fs::remove(traceFile.parent_path());
+  const Outcome run = recordUntil("stop\n");
+  expectRecording(run, output);
+  EXPECT_EQ(linesOf(run.errors).size(), std::size(messagesOfARecording));
+  EXPECT_FALSE(fs::exists(traceFile.parent_path()));
+}
+
+}  // namespace
+
+}  // namespace quenlor::test
