@@ -11,11 +11,13 @@ namespace quenlor::platform {
 
 /// The microphone's capture graph: an engine with the one input node that it has.
 ///
-/// All functions are called from the control thread. Bus 0 is the only bus.
+/// All functions are called from the control thread. Bus 0 is the only bus. An engine that does not
+/// run may be destroyed on any thread.
 class AudioEngine {
  public:
   /// Takes one buffer of captured samples, which the receiver may keep. Runs on a capture thread of
-  /// the host's and must return at once: no lock that is held for long, no file, no conversion.
+  /// the host's and must return at once: no lock that is held for long, no file, no conversion. It
+  /// must not throw.
   using TapBlock = std::function<void(std::shared_ptr<PCMBuffer> buffer)>;
 
   virtual ~AudioEngine() = default;

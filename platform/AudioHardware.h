@@ -13,7 +13,7 @@
 namespace quenlor::platform {
 
 /// A property's data. The alternative held before a get says which kind of data is asked for (and
-/// so its size: 4 bytes, a string reference, an array reference, 40 bytes).
+/// so its size: 4 bytes, a string reference, an array reference, 40 bytes); the get keeps it.
 using PropertyData =
     std::variant<std::uint32_t, std::string, std::vector<std::string>, AudioStreamBasicDescription>;
 
@@ -25,8 +25,8 @@ class AudioHardware {
  public:
   /// Takes the samples of one IO cycle. Runs as synchronous work of the queue given at
   /// registration, on a thread of the host's. The list and what it points to are lent for the call.
-  /// A buffer may have a size but no data where its stream is disabled. The block must not call
-  /// this interface.
+  /// A buffer may have a size but no data where its stream is disabled. The block must neither
+  /// throw nor call this interface.
   using IOBlock = std::function<void(AudioBufferList input)>;
 
   virtual ~AudioHardware() = default;

@@ -26,8 +26,9 @@ class PlatformError : public std::runtime_error {
 
 /// Everything that the sidecar asks of an operating system. A host implements it.
 ///
-/// The platform outlives whatever it handed out. Its destruction waits until no thread of its own
-/// runs any more.
+/// All functions are called from the control thread unless they say otherwise. The platform
+/// outlives whatever it handed out; queues, timers, converters and buffers may be released on any
+/// thread. Its destruction waits until no thread of its own runs any more.
 class AudioPlatform {
  public:
   virtual ~AudioPlatform() = default;

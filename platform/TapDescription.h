@@ -30,7 +30,7 @@ struct TapDescription {
   std::optional<int> stream;
 };
 
-/// The settings of an aggregate device.
+/// The settings of an aggregate device, by their keys: "name", "uid", "private", "tapautostart".
 struct AggregateDeviceDescription {
   std::string name;
   std::string uid;

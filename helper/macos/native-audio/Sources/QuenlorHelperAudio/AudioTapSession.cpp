@@ -20,8 +20,9 @@ AudioTapSession::AudioTapSession(StartRequest startRequest, platform::AudioPlatf
 
 void AudioTapSession::start() {
   const platform::MutexLock lock(stateLock);
-  if (isRunning || startedAt) throw AudioTapSessionError::sessionAlreadyStarted();
+  if (isRunning || isSpent) throw AudioTapSessionError::sessionAlreadyStarted();
   if (request.mode != "mixed") throw AudioTapSessionError::mixedModeRequired();
+  isSpent = true;
 
   logSidecarTrace("Ensuring system-audio capture access.");
   logSidecarTrace("System-audio capture access check completed.");
@@ -73,16 +74,21 @@ void AudioTapSession::discardIfUnfinished() noexcept {
 }
 
 void AudioTapSession::unsafeCleanupAndDiscard() {
-  teardownCaptureGraph();
-  mixQueue->sync([this] {
-    mixQueue->assertCurrent();
-    stopMixerTimer();
-    systemBacklog.empty();
-    microphoneBacklog.empty();
-  });
+  try {
+    teardownCaptureGraph();
+    mixQueue->sync([this] {
+      mixQueue->assertCurrent();
+      stopMixerTimer();
+      systemBacklog.removeAll();
+      microphoneBacklog.removeAll();
+    });
+  } catch (...) {
+    // Only memory can fail here; the file has to go all the same.
+  }
   finalizedResult.reset();
   writer->discard();
   isRunning = false;
+  isSpent = true;
 }
 
 /// Undoes whatever set-up came to, in reverse; may run any number of times. Statuses are not looked
@@ -90,7 +96,7 @@ void AudioTapSession::unsafeCleanupAndDiscard() {
 void AudioTapSession::teardownCaptureGraph() {
   stopMixerTimer();
   if (microphoneEngine->isRunning()) {
-    microphoneEngine->removeTap(0);
+    microphoneEngine->removeTap(inputBus);
     microphoneEngine->stop();
   }
   platform::AudioHardware& hardware = platform.hardware();

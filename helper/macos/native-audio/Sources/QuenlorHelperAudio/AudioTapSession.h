@@ -18,9 +18,9 @@ namespace quenlor {
 
 /// One recording: owns every resource of it and serves once.
 ///
-/// start(), stop() and discardIfUnfinished() may be called from any thread, one at a time; one
-/// thread calls them in practice, the control thread. Every path out of a started or half-started
-/// session passes through stop() or discardIfUnfinished(): destroying a session stops nothing.
+/// One thread, the control thread, calls start(), stop() and discardIfUnfinished(). Every path out
+/// of a started or half-started session passes through stop() or discardIfUnfinished(): destroying
+/// a session stops nothing.
 ///
 /// Who touches what:
 ///   control thread   set-up, start, stop, teardown
@@ -43,8 +43,8 @@ class AudioTapSession final : public std::enable_shared_from_this<AudioTapSessio
   AudioTapSession(StartRequest startRequest, platform::AudioPlatform& audioPlatform);
 
   /// Returns once capture runs. Throws AudioTapSessionError, PermissionError or PlatformError and
-  /// undoes nothing then: the caller goes on to discardIfUnfinished(). A session that has been
-  /// started before is refused.
+  /// undoes nothing then: the caller goes on to discardIfUnfinished(). Every call but the first is
+  /// refused, and so is one after a discard.
   void start() EXCLUDES(stateLock);
 
   /// Ends capture, writes what is still stored and finalizes the file. Repeated calls give the same
@@ -56,18 +56,21 @@ class AudioTapSession final : public std::enable_shared_from_this<AudioTapSessio
   void discardIfUnfinished() noexcept EXCLUDES(stateLock);
 
  private:
+  /// The microphone's place on the engine's input node.
+  static constexpr std::uint32_t inputBus = 0;
+
   // Lifecycle
   void unsafeCleanupAndDiscard() REQUIRES(stateLock);
-  void teardownCaptureGraph();
+  void teardownCaptureGraph() REQUIRES(stateLock);
   std::exception_ptr finishMixing();
   void recordAsyncFailure(std::exception_ptr failure) EXCLUDES(failureLock);
   std::exception_ptr recordedAsyncFailure() EXCLUDES(failureLock);
 
   // System tap set-up
-  void configureSystemTapCapture();
-  void createProcessTap();
-  void createAggregateDevice();
-  void startSystemIO();
+  void configureSystemTapCapture() REQUIRES(stateLock);
+  void createProcessTap() REQUIRES(stateLock);
+  void createAggregateDevice() REQUIRES(stateLock);
+  void startSystemIO() REQUIRES(stateLock);
   platform::AudioObjectID defaultOutputDeviceID();
   std::string readDeviceUID(platform::AudioObjectID deviceID);
   std::string readTapUID(platform::AudioObjectID tapID);
@@ -80,14 +83,15 @@ class AudioTapSession final : public std::enable_shared_from_this<AudioTapSessio
   // System buffers
   void takeSystemBuffers(platform::AudioBufferList input);
   std::shared_ptr<platform::PCMBuffer> makeOwnedSystemBuffer(
-      platform::AudioBufferList input, const platform::AudioFormat& sourceFormat);
+      platform::AudioBufferList input, const platform::AudioFormat& sourceFormat)
+      REQUIRES(*callbackQueue);
   static std::uint32_t frameCount(platform::AudioBufferList list,
                                   const platform::AudioFormat& format);
   void handleSystemAudio(std::shared_ptr<platform::PCMBuffer> buffer);
   void appendSystemBuffer(const platform::PCMBuffer& buffer);
 
   // Microphone
-  void configureMicrophoneCapture();
+  void configureMicrophoneCapture() REQUIRES(stateLock);
   void handleMicrophoneBuffer(std::shared_ptr<platform::PCMBuffer> buffer);
   void convertAndAppendMicrophoneBuffer(const std::shared_ptr<platform::PCMBuffer>& buffer);
 
@@ -114,9 +118,11 @@ class AudioTapSession final : public std::enable_shared_from_this<AudioTapSessio
   platform::Mutex failureLock;
   platform::Mutex stateLock;
   /// The hardware objects that exist; 0 or absent where there is none.
-  platform::AudioObjectID systemTapID = 0;
-  platform::AudioObjectID aggregateDeviceID = 0;
-  std::optional<platform::AudioDeviceIOProcID> ioProcID;
+  platform::AudioObjectID systemTapID GUARDED_BY(stateLock) = 0;
+  platform::AudioObjectID aggregateDeviceID GUARDED_BY(stateLock) = 0;
+  std::optional<platform::AudioDeviceIOProcID> ioProcID GUARDED_BY(stateLock);
+  /// Touched under stateLock, and by the last work on mixQueue while the control thread waits for
+  /// it.
   std::unique_ptr<platform::DispatchTimer> mixTimer;
   /// Set before the IO block is registered and not changed while it can run.
   std::optional<platform::AudioFormat> systemFormat;
@@ -128,6 +134,8 @@ class AudioTapSession final : public std::enable_shared_from_this<AudioTapSessio
   std::optional<std::chrono::system_clock::time_point> startedAt GUARDED_BY(stateLock);
   std::optional<StopResult> finalizedResult GUARDED_BY(stateLock);
   bool isRunning GUARDED_BY(stateLock) = false;
+  /// Whether start() has had its one chance.
+  bool isSpent GUARDED_BY(stateLock) = false;
   /// The first error of a queue's work; later ones are dropped. While it is set, buffers are
   /// dropped and ticks write nothing.
   std::exception_ptr asyncFailure GUARDED_BY(failureLock);

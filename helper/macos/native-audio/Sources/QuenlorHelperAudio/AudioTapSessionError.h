@@ -4,6 +4,7 @@
 #include "platform/AudioTypes.h"
 
 #include <string>
+#include <utility>
 
 namespace quenlor {
 

@@ -27,8 +27,10 @@ bool mayRetry(int descriptor) {
 void writeAll(int descriptor, std::span<const std::byte> bytes) {
   while (!bytes.empty()) {
     const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
-    if (count >= 0)
+    if (count > 0)
       bytes = bytes.subspan(static_cast<std::size_t>(count));
+    else if (count == 0)
+      throw std::system_error(EIO, std::generic_category());  // Or this would never end.
     else if (!mayRetry(descriptor))
       throwErrno();
   }
@@ -59,6 +61,7 @@ void FileHandle::seekToStart() {
 }
 
 void FileHandle::close() {
+  // An interrupted close has closed.
   if (::close(std::exchange(descriptor, -1)) != 0 && errno != EINTR) throwErrno();
 }
 

@@ -6,7 +6,8 @@
 
 namespace quenlor {
 
-/// Writes all of bytes to a descriptor: one write call unless it comes short or is interrupted.
+/// Writes all of bytes to a descriptor: one write call unless it comes short, is interrupted,
+/// or has to wait for room.
 /// Throws std::system_error with errno.
 void writeAll(int descriptor, std::span<const std::byte> bytes);
 

@@ -3,7 +3,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <exception>
 #include <limits>
+#include <optional>
+#include <utility>
 
 namespace quenlor {
 
@@ -23,15 +26,6 @@ std::optional<std::uint32_t> outputCapacity(double targetRate, const PCMBuffer& 
   if (!(capacity >= 0 && capacity <= std::numeric_limits<std::uint32_t>::max()))
     return std::nullopt;
   return std::max(static_cast<std::uint32_t>(capacity), std::uint32_t{1});
-}
-
-/// Hands over the one buffer, then says that there is no more.
-AudioConverter::InputBlock handingOver(const std::shared_ptr<PCMBuffer>& source) {
-  return [&source, handedOver = false](std::uint32_t /*packets*/,
-                                       ConverterInputStatus& status) mutable {
-    status = handedOver ? ConverterInputStatus::endOfStream : ConverterInputStatus::haveData;
-    return std::exchange(handedOver, true) ? nullptr : source;
-  };
 }
 
 void throwUnlessConverted(ConverterOutputStatus status) {
@@ -65,7 +59,12 @@ std::shared_ptr<PCMBuffer> AudioTapSession::convert(const std::shared_ptr<PCMBuf
     throw AudioTapSessionError::invalidAudioFormat("Unable to allocate the converted PCM buffer.");
 
   std::exception_ptr error;
-  const ConverterOutputStatus status = converter->convert(*output, error, handingOver(buffer));
+  bool handedOver = false;
+  const auto input = [&](std::uint32_t /*packets*/, ConverterInputStatus& status) {
+    status = handedOver ? ConverterInputStatus::endOfStream : ConverterInputStatus::haveData;
+    return std::exchange(handedOver, true) ? nullptr : buffer;
+  };
+  const ConverterOutputStatus status = converter->convert(*output, error, input);
   if (error) std::rethrow_exception(error);
   throwUnlessConverted(status);
   return output;

@@ -4,6 +4,7 @@
 #include "SidecarControlProtocol.h"
 #include "SidecarRuntimeError.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <unistd.h>
@@ -33,19 +34,16 @@ std::optional<std::string> FramedStdinReader::readFrame() {
 
 std::optional<std::string> FramedStdinReader::takeLine() {
   const std::size_t end = buffer.find('\n', searched);
-  searched = end == std::string::npos ? buffer.size() : 0;
-  const bool tooLong =
-      end == std::string::npos ? buffer.size() > maximumFrameLength : end > maximumFrameLength;
-  if (tooLong)
+  if (std::min(end, buffer.size()) > maximumFrameLength)
     throw SidecarRuntimeError::stdinReadFailed("a line is longer than " +
                                                std::to_string(maximumFrameLength) + " bytes");
+  searched = end == std::string::npos ? buffer.size() : 0;
   if (end == std::string::npos) return std::nullopt;
   std::string line = buffer.substr(0, end);
   buffer.erase(0, end + 1);
   return line;
 }
 
-/// False at the end of input.
 bool FramedStdinReader::readMore() {
   std::array<char, 4096> chunk{};
   for (;;) {

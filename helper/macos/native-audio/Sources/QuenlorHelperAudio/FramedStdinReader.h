@@ -23,7 +23,9 @@ class FramedStdinReader {
   std::optional<std::string> readFrame();
 
  private:
+  /// The next line in the buffer; nothing where none has ended yet.
   std::optional<std::string> takeLine();
+  /// False at the end of input.
   bool readMore();
 
   std::int32_t fileDescriptor;

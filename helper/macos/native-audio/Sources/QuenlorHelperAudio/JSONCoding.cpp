@@ -7,7 +7,10 @@ namespace quenlor {
 
 namespace {
 
+/// Far above what any message needs, far below what could cost memory.
 constexpr int maximumDepth = 128;
+
+/// Enough to see what the library quotes, on a line that still can be read.
 constexpr std::size_t longestReason = 200;
 
 /// The library quotes its input in its texts: without this, a parent's bytes could break the error
@@ -26,18 +29,24 @@ std::string reason(const nlohmann::json::exception& error) {
   return printable(tag == std::string_view::npos ? text : text.substr(tag + 2));
 }
 
-/// Refuses deep nesting while parsing, before memory is spent on it.
+JSONDecodingError invalid(const std::string& why) {
+  return JSONDecodingError("The message is not valid JSON: " + why);
+}
+
+/// Refuses deep nesting while parsing, before memory is spent on it. depth counts what encloses the
+/// value.
 bool checkDepth(int depth, nlohmann::json::parse_event_t /*event*/, nlohmann::json& /*parsed*/) {
-  if (depth > maximumDepth)
-    throw JSONDecodingError("The message is not valid JSON: nested too deeply.");
+  if (depth >= maximumDepth) throw invalid("it is nested too deeply.");
   return true;
 }
 
 nlohmann::json parse(std::string_view text) {
+  // The library takes a NUL for the end of its input and would overlook what follows.
+  if (text.find('\0') != std::string_view::npos) throw invalid("it holds a NUL byte.");
   try {
     return nlohmann::json::parse(text, checkDepth);
   } catch (const nlohmann::json::exception& error) {
-    throw JSONDecodingError("The message is not valid JSON: " + reason(error));
+    throw invalid(reason(error));
   }
 }
 

@@ -8,8 +8,6 @@ namespace quenlor {
 
 namespace {
 
-constexpr std::uint32_t inputBus = 0;
-
 /// Frames that the tap asks for; buffers of other sizes are taken as well.
 constexpr std::uint32_t tapBufferSize = 1024;
 
@@ -40,9 +38,15 @@ void AudioTapSession::configureMicrophoneCapture() {
 }
 
 void AudioTapSession::handleMicrophoneBuffer(std::shared_ptr<platform::PCMBuffer> buffer) {
-  mixQueue->async([weakSession = weak_from_this(), buffer = std::move(buffer)] {
-    if (const auto session = weakSession.lock()) session->convertAndAppendMicrophoneBuffer(buffer);
-  });
+  try {
+    mixQueue->async([weakSession = weak_from_this(), buffer = std::move(buffer)] {
+      if (const auto session = weakSession.lock())
+        session->convertAndAppendMicrophoneBuffer(buffer);
+    });
+  } catch (...) {
+    // Only memory can fail here; nothing may escape into the host's thread.
+    recordAsyncFailure(std::current_exception());
+  }
 }
 
 void AudioTapSession::convertAndAppendMicrophoneBuffer(

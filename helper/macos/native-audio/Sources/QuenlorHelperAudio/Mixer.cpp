@@ -2,13 +2,18 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <exception>
+#include <optional>
+#include <utility>
 
 namespace quenlor {
 
 namespace {
 
-/// What one tick writes at most: 20 ms at 48 000 Hz.
+/// What one tick writes at most: as much as plays between two of them.
 constexpr std::int64_t framesPerTick = 960;
+static_assert(framesPerTick ==
+              WaveWriter::targetSampleRate * AudioTapSession::mixInterval.count() / 1000);
 
 float limited(float sum) {
   if (sum <= -1.0F) return -1.0F;

@@ -11,8 +11,9 @@ void SampleBacklog::append(const platform::PCMBuffer& buffer) {
   const std::span<const float> first(channels[0], buffer.frameLength());
   const std::span<const float> second(channels.size() > 1 ? channels[1] : channels[0],
                                       buffer.frameLength());
-  left.insert(left.end(), first.begin(), first.end());
+  // left counts, so it comes last: where memory ends in between, nothing was appended.
   right.insert(right.end(), second.begin(), second.end());
+  left.insert(left.end(), first.begin(), first.end());
   compactIfNeeded();
 }
 
@@ -29,7 +30,7 @@ StereoSamples SampleBacklog::consume(std::int64_t frameCount) {
   return samples;
 }
 
-void SampleBacklog::empty() {
+void SampleBacklog::removeAll() {
   left.clear();
   right.clear();
   readIndex = 0;

@@ -16,8 +16,9 @@ struct StereoSamples {
 /// First-in, first-out store of one source's converted samples. Not safe for concurrent use: only
 /// the mix queue touches it.
 ///
-/// Taking frames out only moves readIndex on; consumed samples are removed when they are many, so
-/// that the cost of shifting the rest is spread over many calls.
+/// Taking frames out only moves readIndex on. Consumed samples are removed when they are more than
+/// 4096 or at least half of what is stored, so that the cost of shifting the rest is spread over
+/// many calls.
 class SampleBacklog {
  public:
   /// Stores the buffer's frames: channels 0 and 1, or channel 0 twice where there is one only. A
@@ -33,7 +34,7 @@ class SampleBacklog {
   }
 
   /// Forgets everything stored.
-  void empty();
+  void removeAll();
 
  private:
   void compactIfNeeded();

@@ -24,24 +24,24 @@ constexpr std::array<std::string_view, 25> whitespaceAndNewlines = {
 /// Without Unicode white space at either end. Text that is not UTF-8 comes out as something that is
 /// not a word of ASCII letters, which is all that the caller asks.
 std::string_view trimmedOfUnicodeWhitespace(std::string_view text) {
+  const auto spaceWhere = [](auto isThere) -> std::size_t {
+    const auto found = std::ranges::find_if(whitespaceAndNewlines, isThere);
+    return found == whitespaceAndNewlines.end() ? 0 : found->size();
+  };
   const auto atFront = [&](std::string_view space) { return text.starts_with(space); };
   const auto atBack = [&](std::string_view space) { return text.ends_with(space); };
-  for (const std::string_view* space;
-       (space = std::ranges::find_if(whitespaceAndNewlines, atFront)) !=
-       whitespaceAndNewlines.end();)
-    text.remove_prefix(space->size());
-  for (const std::string_view* space;
-       (space = std::ranges::find_if(whitespaceAndNewlines, atBack)) !=
-       whitespaceAndNewlines.end();)
-    text.remove_suffix(space->size());
+  while (const std::size_t length = spaceWhere(atFront)) text.remove_prefix(length);
+  while (const std::size_t length = spaceWhere(atBack)) text.remove_suffix(length);
   return text;
 }
 
 /// Whether text is the word stop in any letter case. No letter outside ASCII has s, t, o or p as
 /// its lower case, so ASCII is all that has to be folded.
 bool isStop(std::string_view text) {
-  return std::ranges::equal(text, std::string_view("stop"), {},
-                            [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; });
+  const auto lowerCase = [](char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  };
+  return std::ranges::equal(text, std::string_view("stop"), {}, lowerCase);
 }
 
 }  // namespace

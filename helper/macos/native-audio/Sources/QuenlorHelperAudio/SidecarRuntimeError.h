@@ -3,6 +3,7 @@
 #include "LocalizedError.h"
 
 #include <string>
+#include <utility>
 
 namespace quenlor {
 

@@ -3,14 +3,17 @@
 #include "FileHandle.h"
 #include "platform/ThreadSafety.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
 #include <poll.h>
+#include <string_view>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -26,11 +29,22 @@ constexpr const char* tag = "[QuenlorHelperAudio] ";
 /// Keeps lines whole and in one order in both places: a host may trace from a thread of its own.
 platform::Mutex traceMutex;
 
-/// One write, and none at all into a pipe that nobody reads.
-void writeToStandardError(const std::string& text, std::chrono::milliseconds patience) {
-  pollfd writable{.fd = STDERR_FILENO, .events = POLLOUT, .revents = 0};
-  if (::poll(&writable, 1, static_cast<int>(patience.count())) != 1) return;
-  [[maybe_unused]] const ssize_t ignored = ::write(STDERR_FILENO, text.data(), text.size());
+/// One write where the text surely fits. A longer one goes in pieces that a pipe with room takes at
+/// once, so that a reader who does not read never stops the run: what finds no room within patience
+/// is dropped.
+void writeToStandardError(std::string_view text, std::chrono::milliseconds patience) {
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  while (!text.empty()) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline - std::chrono::steady_clock::now());
+    pollfd writable{.fd = STDERR_FILENO, .events = POLLOUT, .revents = 0};
+    const int wait = static_cast<int>(std::max(left, std::chrono::milliseconds(0)).count());
+    if (::poll(&writable, 1, wait) != 1) return;
+    const ssize_t count =
+        ::write(STDERR_FILENO, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF));
+    if (count <= 0) return;
+    text.remove_prefix(static_cast<std::size_t>(count));
+  }
 }
 
 /// Opens the trace file for appending if it is safe to write to: in a folder that others may write
@@ -97,7 +111,7 @@ std::string timestamped(const std::string& message) {
   ::gmtime_r(&now, &utc);
   std::array<char, 32> text{};
   std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &utc);
-  return text.data() + (' ' + message);
+  return std::string(text.data()) + ' ' + message;
 }
 
 void appendSidecarLogLine(const std::string& line) {

@@ -6,7 +6,8 @@
 namespace quenlor {
 
 // The trace: one line per event of a run, on standard error and in a file that outlives the run.
-// Nothing here reports a failure, and nothing stops or slows the recording.
+// Nothing here reports a failure, and nothing stops or slows the recording: a line that standard
+// error has no room for is dropped there.
 
 /// The trace file, "quenlor-helper-audio.log" in the user's temporary folder. Set once, before the
 /// first line and any thread; while it is empty there is no trace file.

@@ -3,13 +3,15 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <span>
 #include <utility>
 
 namespace quenlor {
 
 namespace {
 
-/// Copies lent samples into a buffer of ours, whose byte sizes say its room.
+/// Copies lent samples into a buffer of ours, whose byte sizes say its room. Where a buffer comes
+/// short, silence fills the room.
 void copyBuffers(platform::AudioBufferList input, std::span<platform::AudioBuffer> owned) {
   if (input.size() != owned.size())
     throw AudioTapSessionError::invalidAudioFormat(
@@ -21,8 +23,10 @@ void copyBuffers(platform::AudioBufferList input, std::span<platform::AudioBuffe
     if (input[i].mDataByteSize > owned[i].mDataByteSize)
       throw AudioTapSessionError::invalidAudioFormat(
           "Owned system buffer was smaller than the callback payload.");
-    std::copy_n(static_cast<const std::byte*>(input[i].mData), input[i].mDataByteSize,
-                static_cast<std::byte*>(owned[i].mData));
+    std::byte* const rest =
+        std::copy_n(static_cast<const std::byte*>(input[i].mData), input[i].mDataByteSize,
+                    static_cast<std::byte*>(owned[i].mData));
+    std::fill_n(rest, owned[i].mDataByteSize - input[i].mDataByteSize, std::byte{0});
     owned[i].mDataByteSize = input[i].mDataByteSize;
   }
 }
@@ -33,13 +37,13 @@ void AudioTapSession::takeSystemBuffers(platform::AudioBufferList input) {
   callbackQueue->assertCurrent();
   if (!systemFormat || recordedAsyncFailure()) return;
   try {
-    const auto owned = makeOwnedSystemBuffer(input, *systemFormat);
-    handleSystemAudio(convert(owned, systemConverter));
+    handleSystemAudio(makeOwnedSystemBuffer(input, *systemFormat));
   } catch (...) {
     recordAsyncFailure(std::current_exception());
   }
 }
 
+/// The lent samples, ours and in the target format.
 std::shared_ptr<platform::PCMBuffer> AudioTapSession::makeOwnedSystemBuffer(
     platform::AudioBufferList input, const platform::AudioFormat& sourceFormat) {
   const std::uint32_t frames = frameCount(input, sourceFormat);
@@ -51,7 +55,7 @@ std::shared_ptr<platform::PCMBuffer> AudioTapSession::makeOwnedSystemBuffer(
         "Unable to allocate an owned system PCM buffer.");
   copyBuffers(input, owned->mutableAudioBufferList());
   owned->setFrameLength(frames);
-  return owned;
+  return convert(owned, systemConverter);
 }
 
 std::uint32_t AudioTapSession::frameCount(platform::AudioBufferList list,

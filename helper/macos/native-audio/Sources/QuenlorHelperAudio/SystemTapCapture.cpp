@@ -3,6 +3,8 @@
 #include "SidecarTrace.h"
 #include "UUID.h"
 
+#include <utility>
+
 namespace quenlor {
 
 using platform::AudioObjectID;
@@ -44,7 +46,7 @@ void AudioTapSession::createProcessTap() {
     description.deviceUID = readDeviceUID(defaultOutputDeviceID());
     description.stream = 0;
   } catch (const AudioTapSessionError&) {
-    // Without a device the tap takes in whatever is played anywhere.
+    // A tap can do without: it then takes in what is played by default.
   }
   logSidecarTrace("Calling AudioHardwareCreateProcessTap.");
   throwUnlessSuccessful(platform.hardware().createProcessTap(description, systemTapID),

@@ -40,11 +40,11 @@ void attempting(const std::string& attempt, const std::filesystem::path& path,
   }
 }
 
-std::filesystem::path fileURL(const std::string& outputPath) {
+std::filesystem::path absoluteFilePath(const std::string& outputPath) {
   const std::filesystem::path path(outputPath);
   if (outputPath.find('\0') != std::string::npos)
     throwFileError(std::make_error_code(std::errc::invalid_argument), "Using the path", path);
-  if (!path.has_filename())
+  if (!path.has_filename() || path.filename() == "." || path.filename() == "..")
     throwFileError(std::make_error_code(std::errc::is_a_directory), "Writing to", path);
   std::error_code code;
   std::filesystem::path absolute = std::filesystem::absolute(path, code);
@@ -59,8 +59,8 @@ void removeExisting(const std::filesystem::path& path) {
   if (!std::filesystem::exists(status)) return;
   if (std::filesystem::is_directory(status))
     throwFileError(std::make_error_code(std::errc::is_a_directory), "Replacing", path);
-  std::filesystem::remove(path, code);
-  if (code) throwFileError(code, "Replacing", path);
+  if (::unlink(path.c_str()) != 0 && errno != ENOENT)
+    throwFileError(std::error_code(errno, std::generic_category()), "Replacing", path);
 }
 
 /// Creating and opening are one call, so that the file that is written to is surely the new one.
@@ -83,7 +83,7 @@ std::byte* storeLittleEndian(std::byte* position, std::int16_t sample) {
 }  // namespace
 
 WaveWriter::WaveWriter(const std::string& outputPath)
-    : outputURL(fileURL(outputPath)),
+    : outputURL(absoluteFilePath(outputPath)),
       targetFormat(platform::AudioFormat::float32(targetSampleRate, targetChannelCount, false)) {
   std::error_code code;
   std::filesystem::create_directories(outputURL.parent_path(), code);
@@ -100,8 +100,7 @@ WaveWriter::WaveWriter(const std::string& outputPath)
 
 void WaveWriter::append(const std::vector<float>& left, const std::vector<float>& right,
                         std::int64_t frames) {
-  if (frames < 0 || !std::in_range<std::size_t>(frames))
-    throw WaveWriterError::invalidTargetFormat();
+  if (!std::in_range<std::size_t>(frames)) throw WaveWriterError::invalidTargetFormat();
   const auto count = static_cast<std::size_t>(frames);
   if (count > left.size() || count > right.size()) throw WaveWriterError::invalidTargetFormat();
 
@@ -135,6 +134,7 @@ void WaveWriter::discard() noexcept {
   const bool ours = pathNamesOurFile();
   if (!didFinalize) handle = FileHandle();
   if (ours) ::unlink(outputURL.c_str());
+  inode = 0;  // None of ours from here on.
   didFinalize = true;
 }
 

@@ -19,7 +19,7 @@ namespace quenlor {
 ///
 /// Not safe for concurrent calls. Failures of the file system come as std::system_errors whose text
 /// names what was tried and the path.
-class WaveWriter {
+class WaveWriter final {
  public:
   static constexpr double targetSampleRate = 48'000;
   static constexpr std::uint16_t targetChannelCount = 2;
@@ -33,6 +33,8 @@ class WaveWriter {
   /// refused before anything is touched. Throws WaveWriterError::outputFileHandleUnavailable where
   /// the file cannot be opened.
   explicit WaveWriter(const std::string& outputPath);
+  WaveWriter(const WaveWriter&) = delete;
+  WaveWriter& operator=(const WaveWriter&) = delete;
 
   /// Writes the first frames samples of both arrays, in one write. Throws
   /// WaveWriterError::invalidTargetFormat, with nothing written, where an array has fewer.
@@ -43,8 +45,8 @@ class WaveWriter {
   /// is longer.
   StopResult finalize(double durationSeconds);
 
-  /// Closes and deletes the file, finalized or not. Never deletes a file that somebody else put in
-  /// its place.
+  /// Closes and deletes the file, finalized or not. Looks before deleting that the file at the
+  /// path is the one that it made.
   void discard() noexcept;
 
   /// The 44 bytes of a canonical RIFF/WAVE PCM header (Multimedia Programming Interface and Data

@@ -79,7 +79,8 @@ void QuenlorHelperAudioMain::record(AudioTapSession& session, FramedStdinReader&
   writeFrame(session.stop().encode());
 }
 
-/// Two writes, as parents know it: they read up to the line feed.
+/// The line feed is a write of its own: parents read up to it and do not rely on one read giving
+/// one reply.
 void QuenlorHelperAudioMain::writeFrame(std::string_view json) {
   try {
     writeAll(STDOUT_FILENO, std::as_bytes(std::span(json)));
@@ -101,13 +102,13 @@ void fillStandardDescriptors() {
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (::fcntl(descriptor, F_GETFD) >= 0 || errno != EBADF) continue;
     // The lowest free number is taken, which is this one.
-    ::open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+    if (::open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY) < 0) ::_exit(1);
   }
 }
 
 /// A write that fails shall be an error and not the end of the process: into a pipe that the parent
-/// has closed, or beyond a file-size limit. Blocked here, before any thread exists, the two signals
-/// stay pending for ever in every thread; their disposition remains the parent's.
+/// has closed, or beyond a file-size limit. Blocked before any thread exists, so that every thread
+/// inherits it; their disposition remains the parent's.
 void blockWriteSignals() {
   sigset_t signals;
   sigemptyset(&signals);
