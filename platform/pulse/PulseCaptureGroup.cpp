@@ -7,9 +7,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Two fragments or three. Less breaks the signal when other programs keep all processors busy.
-constexpr auto reserve = 80ms;
-
 // A server may send less than it was asked to at a time. Each delivery wakes the mixer's thread, so
 // several short ones, and those of both sources, are gathered.
 constexpr auto batch = 40ms;
@@ -60,8 +57,16 @@ bool PulseCaptureGroup::mayRelease() const {
   if (Clock::now() - startedAt >= patience) return true;
   return std::ranges::all_of(members, [this](const Member& member) {
     connection.assertLocked();
-    return member.stream == nullptr || member.stream->waiting() >= reserve;
+    return member.stream == nullptr || member.stream->waiting() >= reserve();
   });
+}
+
+/// What the neediest source wants.
+std::chrono::microseconds PulseCaptureGroup::reserve() const {
+  std::chrono::microseconds longest{};
+  for (const Member& member : members)
+    if (member.stream != nullptr) longest = std::max(longest, member.stream->reserve());
+  return longest;
 }
 
 void PulseCaptureGroup::release() {
@@ -69,7 +74,7 @@ void PulseCaptureGroup::release() {
   for (Member& member : members) {
     if (member.stream == nullptr || member.isDelivering) continue;
     const std::chrono::microseconds waiting = member.stream->waiting();
-    if (waiting < reserve) continue;
+    if (waiting < reserve()) continue;
     if (waiting < depth) member.stream->deliverSilence(depth - waiting);
     member.isDelivering = true;
     member.stream->deliver();

@@ -40,6 +40,7 @@ class PulseCaptureGroup {
 
   void samplesCame(Member& member) REQUIRES(connection);
   bool mayRelease() const REQUIRES(connection);
+  std::chrono::microseconds reserve() const REQUIRES(connection);
   void release() REQUIRES(connection);
 
   PulseConnection& connection;

@@ -50,6 +50,10 @@ class PulseCaptureStream {
   /// Asks the server to let the samples flow; the answer comes with the operation.
   [[nodiscard]] Operation run();
 
+  /// How much of this source should have come before its first delivery, so that its signal stays
+  /// whole when later samples come late.
+  std::chrono::microseconds reserve() const;
+
   /// How long the samples last that wait to be delivered.
   std::chrono::microseconds waiting() const;
 

@@ -41,6 +41,7 @@ void PulseEngine::installTap(std::uint32_t, std::uint32_t, const AudioFormat& fo
 
 void PulseEngine::removeTap(std::uint32_t) {
   ConnectionLock held(connection);
+  if (stream != nullptr) stream->deliver();  // What was held back is still of this recording.
   tap.reset();
 }
 

@@ -33,7 +33,7 @@ constexpr AudioObjectPropertyAddress streamFormatAddress{kAudioDevicePropertyStr
 
 OSStatus PulseHardware::attempt(const char* what, const std::function<void()>& work) {
   const auto traceCause = [this, what](const std::string& cause) {
-    connection.trace(std::string("Could not ") + what + ": " + cause);
+    if (what != nullptr) connection.trace(std::string("Could not ") + what + ": " + cause);
   };
   try {
     work();
@@ -80,7 +80,9 @@ OSStatus PulseHardware::destroyAggregateDevice(AudioObjectID deviceID) {
 OSStatus PulseHardware::getPropertyData(AudioObjectID objectID,
                                         const AudioObjectPropertyAddress& address,
                                         PropertyData& data) {
-  return attempt("read a property", [&] {
+  // Callers go on without a default output, so there is nothing to tell of one that is missing.
+  const bool isOptional = address == defaultOutputAddress || address == deviceUIDAddress;
+  return attempt(isOptional ? nullptr : "read a property", [&] {
     PropertyData value = readProperty(objectID, address);
     if (value.index() != data.index())
       throw HardwareError{illegalOperationError, "The property is of another type."};
@@ -175,6 +177,10 @@ void PulseHardware::start(const Tap& tap, IOProc& ioProc) {
 
 void PulseHardware::stop(IOProc& ioProc) {
   if (ioProc.stream == nullptr) return;
+  {
+    ConnectionLock held(connection);
+    ioProc.stream->deliver();  // What was held back is still of this recording.
+  }
   group.remove(CaptureRole::system);
   ioProc.stream.reset();
 }

@@ -62,6 +62,7 @@ class PulseHardware final : public AudioHardware {
     std::optional<IOProc> ioProc;
   };
 
+  /// Runs work; where it fails, says in the trace what it was and why, unless what is null.
   OSStatus attempt(const char* what, const std::function<void()>& work);
   PropertyData readProperty(AudioObjectID objectID, const AudioObjectPropertyAddress& address);
   AudioObjectID defaultOutputDevice();

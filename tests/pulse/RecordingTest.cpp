@@ -53,8 +53,10 @@ void expectTone(const std::vector<float>& samples, double hertz, std::chrono::mi
   const std::size_t tail = 4800;
   ASSERT_GT(samples.size(), first + tail + 4800);
   const std::span<const float> part(samples.data() + first, samples.size() - first - tail);
-  // Rounding departs by 2 steps of 16 bits, that of a difference by 4.
-  EXPECT_TRUE(findBreaks(part, hertz, recordedRate, 8.0 / 32768).empty()) << hertz << " Hz";
+  // One sample lost or repeated departs by 300 steps of 16 bits or more. A server that corrects its
+  // clocks while it resamples was seen to depart by up to 21, with other recorders as well.
+  EXPECT_EQ(findBreaks(part, hertz, recordedRate, 64.0 / 32768), std::vector<std::size_t>())
+      << hertz << " Hz";
   const ToneFit fit = fitTone(part, hertz, recordedRate);
   EXPECT_NEAR(fit.amplitude, playedAmplitude, 0.002) << hertz << " Hz";
   EXPECT_LT(fit.residualDecibels, -75) << hertz << " Hz";

@@ -2,6 +2,7 @@
 
 #include "platform/PCMBuffer.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -32,6 +33,9 @@ class SampleBacklog {
   std::int64_t availableFrames() const {
     return static_cast<std::int64_t>(left.size()) - readIndex;
   }
+
+  /// Samples of a channel that are held in memory, consumed ones included.
+  std::size_t storedSamples() const { return left.size(); }
 
   /// Forgets everything stored.
   void removeAll();

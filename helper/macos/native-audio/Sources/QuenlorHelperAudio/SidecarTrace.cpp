@@ -90,6 +90,22 @@ void appendLocked(const std::string& text) REQUIRES(traceMutex) {
   }
 }
 
+/// The current time in UTC as 2026-03-05T14:07:09Z (ISO 8601), a blank, and the message.
+std::string timestamped(const std::string& message) {
+  const std::time_t now = std::time(nullptr);
+  std::tm utc{};
+  ::gmtime_r(&now, &utc);
+  std::array<char, 32> text{};
+  std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &utc);
+  return std::string(text.data()) + ' ' + message;
+}
+
+/// Adds a line to the trace file only. line comes without its line feed.
+void appendSidecarLogLine(const std::string& line) {
+  const platform::MutexLock lock(traceMutex);
+  appendLocked(line + '\n');
+}
+
 }  // namespace
 
 std::filesystem::path defaultSidecarLogURL() {
@@ -103,20 +119,6 @@ void logSidecarTrace(const std::string& message) {
   const std::string line = tag + timestamped(message) + '\n';
   writeToStandardError(line, std::chrono::milliseconds(0));
   appendLocked(line);
-}
-
-std::string timestamped(const std::string& message) {
-  const std::time_t now = std::time(nullptr);
-  std::tm utc{};
-  ::gmtime_r(&now, &utc);
-  std::array<char, 32> text{};
-  std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &utc);
-  return std::string(text.data()) + ' ' + message;
-}
-
-void appendSidecarLogLine(const std::string& line) {
-  const platform::MutexLock lock(traceMutex);
-  appendLocked(line + '\n');
 }
 
 void reportSidecarError(const std::string& message) {

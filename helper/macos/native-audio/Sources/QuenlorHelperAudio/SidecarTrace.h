@@ -20,12 +20,6 @@ std::filesystem::path defaultSidecarLogURL();
 /// from any thread; lines stay whole.
 void logSidecarTrace(const std::string& message);
 
-/// The current time in UTC as 2026-03-05T14:07:09Z (ISO 8601), a blank, and the message.
-std::string timestamped(const std::string& message);
-
-/// Adds a line to the trace file only. line comes without its line feed.
-void appendSidecarLogLine(const std::string& line);
-
 /// Writes the message for an error: untagged to standard error, and to the trace file as "Error: "
 /// and the message.
 void reportSidecarError(const std::string& message);
