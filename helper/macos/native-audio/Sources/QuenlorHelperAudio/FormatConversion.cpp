@@ -54,7 +54,7 @@ std::shared_ptr<PCMBuffer> AudioTapSession::convert(const std::shared_ptr<PCMBuf
     throw AudioTapSessionError::invalidAudioFormat("Unable to create an AVAudioConverter.");
 
   const std::optional<std::uint32_t> capacity = outputCapacity(target.sampleRate(), *buffer);
-  const auto output = capacity ? platform.makeBuffer(target, *capacity) : nullptr;
+  auto output = capacity ? platform.makeBuffer(target, *capacity) : nullptr;
   if (!output)
     throw AudioTapSessionError::invalidAudioFormat("Unable to allocate the converted PCM buffer.");
 
