@@ -45,9 +45,12 @@ void StreamDriver::stopSystem() {
   if (!timer) return;
   timer->cancel();
   timer = nullptr;
+  Receiver released;  // outside the lock: what its block holds may come back here as it dies
+  {
+    MutexLock lock(mutex);
+    released.swap(systemReceiver);
+  }
   waitForTurn();
-  MutexLock lock(mutex);
-  systemReceiver = nullptr;
 }
 
 void StreamDriver::startMicrophone(Tap tap) {
@@ -75,31 +78,45 @@ void StreamDriver::setMicrophoneSignal(Signal signal) {
   microphoneSignal = signal;
 }
 
+// Who takes the buffers is looked up as the devices' work, so that a stop, which first takes the
+// receiver away and then waits for its turn, lets no later call through.
 bool StreamDriver::deliverSystem(AudioBufferList buffers) {
-  Receiver receiver;
-  {
-    MutexLock lock(mutex);
-    receiver = systemReceiver;
-  }
-  if (!receiver) return false;
-  deviceQueue->sync([&] { receiver->queue->sync([&] { receiver->block(buffers); }); });
-  return true;
+  bool taken = false;
+  deviceQueue->sync([&] {
+    const Receiver receiver = runningReceiver();
+    if (!receiver) return;
+    receiver->queue->sync([&] { receiver->block(buffers); });
+    taken = true;
+  });
+  return taken;
 }
 
 bool StreamDriver::deliverMicrophone(std::shared_ptr<PCMBuffer> buffer) {
-  Tap tap;
-  {
-    MutexLock lock(mutex);
-    tap = microphoneTap;
-  }
-  if (!tap) return false;
-  deviceQueue->sync([&] { (*tap)(std::move(buffer)); });
-  return true;
+  bool taken = false;
+  deviceQueue->sync([&] {
+    const Tap tap = runningTap();
+    if (!tap) return;
+    (*tap)(std::move(buffer));
+    taken = true;
+  });
+  return taken;
+}
+
+StreamDriver::Receiver StreamDriver::runningReceiver() {
+  MutexLock lock(mutex);
+  return systemReceiver;
+}
+
+StreamDriver::Tap StreamDriver::runningTap() {
+  MutexLock lock(mutex);
+  return microphoneTap;
 }
 
 void StreamDriver::deliverDue() {
   const Turn turn = takeTurn();
-  if (output && turn.outputSignal != Signal::nothing) {
+  // A tick that came late has taken this one's share; a device never delivers an empty buffer.
+  if (turn.firstCycle == turn.lastCycle) return;
+  if (output && turn.receiver && turn.outputSignal != Signal::nothing) {
     const bool silent = turn.outputSignal == Signal::silence;
     const auto buffer = output->cut(turn.firstCycle, turn.lastCycle, silent);
     if (buffer)

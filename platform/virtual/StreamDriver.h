@@ -82,6 +82,8 @@ class StreamDriver {
     Signal microphoneSignal;
   };
 
+  Receiver runningReceiver() EXCLUDES(mutex);
+  Tap runningTap() EXCLUDES(mutex);
   void deliverDue();
   Turn takeTurn() EXCLUDES(mutex);
   void waitForTurn() const;

@@ -21,11 +21,13 @@ struct Outcome {
 
 /// Starts the program on the virtual devices, in a folder of its own, and speaks with it.
 class Conversation : public testing::Test {
+ public:
+  /// A start line for a recording at `path`, which is put into the JSON text as it stands.
+  [[nodiscard]] static std::string startLine(std::string_view path);
+
  protected:
   Conversation();
 
-  /// A start line for a recording at `path`, which is put into the JSON text as it stands.
-  [[nodiscard]] static std::string startLine(std::string_view path);
   [[nodiscard]] std::string startLine() const { return startLine(output.string()); }
 
   [[nodiscard]] ChildProcess launch() const;
@@ -49,6 +51,10 @@ class Conversation : public testing::Test {
 
 inline constexpr std::string_view readyLine = "{\"status\":\"ready\"}\n";
 inline constexpr std::string_view traceTag = "[QuenlorHelperAudio] ";
+/// A lone continuation, a broken and an unfinished sequence, an overlong form, half of a surrogate
+/// pair, a number beyond Unicode, and a byte that never occurs.
+inline const std::vector<std::string> malformedUTF8 = {
+    "\x80", "\xC3\x28", "\xE2\x82", "\xC0\x80", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xFF"};
 
 [[nodiscard]] std::vector<std::string> linesOf(const std::string& text);
 [[nodiscard]] std::string readFile(const std::filesystem::path& path);

@@ -1,11 +1,16 @@
 // What happens to whatever stands at the output path, and to what stands around it.
 
 #include "tests/conversation/Conversation.h"
+#include "tests/support/MountedFolder.h"
+#include "tests/support/WaveFile.h"
 
+#include <functional>
 #include <string>
-#include <sys/mount.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <thread>
+#include <unistd.h>
 
 namespace quenlor::test {
 
@@ -15,25 +20,16 @@ namespace fs = std::filesystem;
 
 using OutputFile = Conversation;
 
-// A file system that has room for almost nothing, until the end of a scope.
-class SmallFileSystem {
- public:
-  explicit SmallFileSystem(fs::path where) : folder(std::move(where)) {
-    fs::create_directory(folder);
-    mounted = mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=16k") == 0;
-  }
-  ~SmallFileSystem() {
-    if (mounted) umount2(folder.c_str(), MNT_DETACH);
-  }
-  SmallFileSystem(const SmallFileSystem&) = delete;
-  SmallFileSystem& operator=(const SmallFileSystem&) = delete;
-
-  [[nodiscard]] bool isMounted() const { return mounted; }
-
- private:
-  fs::path folder;
-  bool mounted = false;
-};
+// Leaves a socket's name in the file system.
+void makeSocket(const fs::path& path) {
+  const int descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  ASSERT_LT(path.string().size(), sizeof address.sun_path);
+  path.string().copy(address.sun_path, sizeof address.sun_path - 1);
+  EXPECT_EQ(bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  close(descriptor);
+}
 
 // Long enough to record more than 16 KiB, which is 85 ms.
 constexpr std::chrono::milliseconds overflowTime{250};
@@ -72,10 +68,22 @@ TEST_F(OutputFile, ReplacesALinkAndLeavesItsTarget) {
   EXPECT_EQ(readFile(target), "precious");
 }
 
-TEST_F(OutputFile, ReplacesANamedPipe) {
-  ASSERT_EQ(mkfifo(output.c_str(), 0600), 0);
-  expectRecording(recordUntil("stop\n"), output);
-  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(output)));
+TEST_F(OutputFile, ReplacesWhatIsNoFile) {
+  const fs::path inside = folder / "directory/inside.txt";
+  fs::create_directory(inside.parent_path());
+  writeFile(inside, "precious");
+  for (const std::function<void()>& put : std::vector<std::function<void()>>{
+           [&] { ASSERT_EQ(mkfifo(output.c_str(), 0600), 0); },
+           [&] { makeSocket(output); },
+           [&] { fs::create_symlink(output, output); },
+           [&] { fs::create_directory_symlink(inside.parent_path(), output); },
+       }) {
+    put();
+    expectRecording(recordUntil("stop\n"), output);
+    EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(output)));
+    EXPECT_EQ(readFile(inside), "precious");
+    fs::remove(output);
+  }
 }
 
 TEST_F(OutputFile, IsRefusedWhereItCannotBeMade) {
@@ -83,6 +91,7 @@ TEST_F(OutputFile, IsRefusedWhereItCannotBeMade) {
   writeFile(folder / "directory/inside.txt", "precious");
   fs::create_directory(folder / "empty");
   writeFile(folder / "file", "precious");
+  fs::create_symlink(folder / "nowhere", folder / "dangling");
   options.workingDirectory = folder / "empty";
   const std::set<std::string> before = filesLeft();
 
@@ -93,10 +102,16 @@ TEST_F(OutputFile, IsRefusedWhereItCannotBeMade) {
            here + "/empty",
            here + "/file/recording.wav",
            here + "/file/deeper/recording.wav",
+           here + "/dangling/recording.wav",
+           here + "/empty/..",
+           here + "/empty/.",
            here + "/file\\u0000.wav",
            here + "/new\\u0000/recording.wav",
            std::string(),
            std::string("."),
+           std::string(".."),
+           std::string("/"),
+           std::string("//"),
        }) {
     SCOPED_TRACE(path);
     expectFailure(converse(startLine(path) + "stop\n"), "");
@@ -112,6 +127,31 @@ TEST_F(OutputFile, IsRefusedWhereItCannotBeOpened) {
             "WaveWriter could not open the output file.");
 }
 
+TEST_F(OutputFile, IsRefusedWhereItsPathIsTooLong) {
+  const std::string folderOf4096(4096, 'n');
+  std::string deep;
+  while (deep.size() < 8192) deep += "deeper/";
+  options.workingDirectory = folder.path();
+  for (const fs::path& path : {folder / folderOf4096 / "a.wav", folder / folderOf4096,
+                               folder / deep / "a.wav", fs::path(deep) / "a.wav"}) {
+    SCOPED_TRACE(path.string().substr(0, 80));
+    expectFailure(converse(startLine(path.string()) + "stop\n"), "");
+    EXPECT_EQ(filesLeft(), std::set<std::string>{});
+  }
+}
+
+TEST_F(OutputFile, IsRefusedInAReadOnlyFolder) {
+  const MountedFolder mount(folder / "fixed", 65536);
+  if (!mount.isMounted()) GTEST_SKIP() << "Mounting a file system is not permitted here.";
+  writeFile(folder / "fixed/old.wav", "precious");
+  mount.makeReadOnly();
+  for (const char* path : {"new.wav", "old.wav", "folder/new.wav"}) {
+    expectFailure(converse(startLine((folder / "fixed" / path).string()) + "stop\n"), "");
+    EXPECT_EQ(filesLeft(), (std::set<std::string>{"fixed", "fixed/old.wav"}));
+    EXPECT_EQ(readFile(folder / "fixed/old.wav"), "precious");
+  }
+}
+
 TEST_F(OutputFile, OfAnotherProgramOutlivesAFailedRecording) {
   ChildProcess child = launch();
   awaitReady(child);
@@ -122,8 +162,40 @@ TEST_F(OutputFile, OfAnotherProgramOutlivesAFailedRecording) {
   EXPECT_EQ(readFile(output), "precious");
 }
 
+// What is recorded goes on into the file that was made, wherever its name went.
+TEST_F(OutputFile, MayBeMovedOrRemovedMeanwhile) {
+  const fs::path moved = folder / "moved.wav";
+  const fs::path other = folder / "other";
+  struct Case {
+    const char* name;
+    std::function<void()> interfere;
+    std::set<std::string> left;
+  };
+  for (const Case& c : std::vector<Case>{
+           {"moved", [&] { fs::rename(output, moved); }, {"moved.wav"}},
+           {"removed", [&] { fs::remove(output); }, {}},
+           {"replaced", [&] { fs::rename(other, output); }, {"recording.wav"}},
+       }) {
+    SCOPED_TRACE(c.name);
+    ChildProcess child = launch();
+    awaitReady(child);
+    if (c.left.contains("recording.wav")) writeFile(other, "precious");
+    c.interfere();
+    child.write("stop\n");
+    EXPECT_EQ(finish(child).status, 0);
+    EXPECT_EQ(filesLeft(), c.left);
+    if (c.left.contains("moved.wav")) {
+      EXPECT_NO_THROW((void)readWaveFile(moved));
+    }
+    if (c.left.contains("recording.wav")) {
+      EXPECT_EQ(readFile(output), "precious");
+    }
+    fs::remove(moved);
+  }
+}
+
 TEST_F(OutputFile, IsRemovedWhenTheDiskIsFull) {
-  const SmallFileSystem small(folder / "small");
+  const MountedFolder small(folder / "small", 16384);
   if (!small.isMounted()) GTEST_SKIP() << "Mounting a small file system is not permitted here.";
   output = folder / "small/recording.wav";
   ChildProcess child = launch();

@@ -4,8 +4,6 @@
 #include "tests/support/Tone.h"
 #include "tests/support/WaveFile.h"
 
-#include <cmath>
-#include <numbers>
 #include <span>
 #include <thread>
 
@@ -14,16 +12,6 @@ namespace quenlor::test {
 namespace {
 
 using Recording = Conversation;
-
-// The samples without a tone that is known to be in them.
-std::vector<float> without(std::span<const float> samples, double frequency, const ToneFit& fit) {
-  std::vector<float> rest(samples.begin(), samples.end());
-  for (std::size_t i = 0; i < rest.size(); ++i) {
-    const double angle = 2 * std::numbers::pi * frequency * static_cast<double>(i) / 48000;
-    rest[i] -= static_cast<float>(fit.amplitude * std::sin(angle + fit.phase));
-  }
-  return rest;
-}
 
 TEST_F(Recording, HoldsBothSourcesAtTheirLevel) {
   ChildProcess child = launch();
@@ -41,7 +29,7 @@ TEST_F(Recording, HoldsBothSourcesAtTheirLevel) {
   const ToneFit microphone = fitTone(middle, 1000, 48000);
   EXPECT_NEAR(system.amplitude, 0.25, 0.005);
   EXPECT_NEAR(microphone.amplitude, 0.25, 0.005);
-  EXPECT_LT(fitTone(without(middle, 440, system), 1000, 48000).residualDecibels, -60);
+  EXPECT_LT(fitTone(withoutTone(middle, 440, 48000, system), 1000, 48000).residualDecibels, -60);
 }
 
 }  // namespace

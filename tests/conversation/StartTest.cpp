@@ -25,6 +25,8 @@ TEST_F(Start, RefusesAnythingButARequest) {
   const std::string line = startLine();
   const std::string path = "\"outputPath\":\"" + output.string() + "\"";
   const std::string title = "\"title\":\"Weekly\"";
+  std::string objects;
+  for (int depth = 0; depth < 100000; ++depth) objects += "{\"a\":";
   const std::vector<std::pair<const char*, std::string>> cases = {
       {"not JSON", "start\n"},
       {"a broken object", line.substr(0, line.size() / 2) + "\n"},
@@ -41,18 +43,30 @@ TEST_F(Start, RefusesAnythingButARequest) {
       {"an output path in an array", withMember(line, path, "\"outputPath\":[\"a.wav\"]")},
       {"no mode", withMember(line, "\"mode\":\"mixed\",", "")},
       {"a mode that is true", withMember(line, "\"mixed\"", "true")},
-      {"bytes that are not UTF-8", withMember(line, "Weekly", "\xC3\x28")},
       {"half of a surrogate pair", withMember(line, "Weekly", R"(\uD800)")},
       {"a control character in a string", withMember(line, "Weekly", "\x01")},
       {"deep nesting", nested(100000) + "\n"},
       {"deep nesting in an unknown member",
        withMember(line, title, title + ",\"more\":" + nested(100000))},
       {"nesting that never closes", std::string(100000, '[') + "\n"},
+      {"nested objects", objects + "\n"},
   };
   for (const auto& [name, input] : cases) {
     SCOPED_TRACE(name);
     expectFailure(converse(input), "");
     EXPECT_EQ(filesLeft(), std::set<std::string>{});
+  }
+}
+
+TEST_F(Start, RefusesBytesThatAreNotUTF8) {
+  const std::string line = startLine();
+  for (const std::string place : {"mixed", "recording", "Weekly", "title"}) {
+    for (const std::string& bytes : malformedUTF8) {
+      SCOPED_TRACE(place + bytes);
+      const std::string error = expectFailure(converse(withMember(line, place, place + bytes)), "");
+      EXPECT_TRUE(error.starts_with("The message is not valid JSON: ")) << error;
+      EXPECT_EQ(filesLeft(), std::set<std::string>{});
+    }
   }
 }
 
@@ -97,6 +111,14 @@ TEST_F(Start, TakesALineOfManyReadsButNotAnEndlessOne) {
   EXPECT_TRUE(expectFailure(finish(child), "")
                   .starts_with("The helper audio sidecar could not read stdin: "));
   EXPECT_EQ(filesLeft(), std::set<std::string>{});
+}
+
+TEST_F(Start, HoldsLittleOfAnEndlessLine) {
+  ChildProcess child = launch();
+  const std::string mebibyte(1 << 20, 'x');
+  for (int written = 0; written < 1024; ++written) child.write(mebibyte);
+  expectFailure(finish(child), "");
+  EXPECT_LT(child.peakMemoryKiB(), 64 * 1024);
 }
 
 TEST_F(Start, WaitsForTheLineFeed) {

@@ -60,8 +60,10 @@ TEST_F(Stop, RefusedLeavesNoFile) {
            std::string("stop now\n"),
            std::string("stop.\n"),
            std::string("\"stop\"\n"),
-           std::string("\xFFstop\n"),
            std::string("stop\0\n", 6),
+           std::string("{\"command\":\"stop\"}\0x\n", 21),
+           std::string("\xC5\xBFtop\n"),  // whose upper case is STOP
+           std::string("stopp\n"),
            startLine(),
            std::string(100000, '[') + "\n",
        }) {
@@ -69,6 +71,17 @@ TEST_F(Stop, RefusedLeavesNoFile) {
     EXPECT_EQ(expectFailure(recordUntil(line), readyLine),
               "Stop signal payload was not understood.");
     EXPECT_EQ(filesLeft(), std::set<std::string>{});
+  }
+}
+
+TEST_F(Stop, OfBytesThatAreNotUTF8LeavesNoFile) {
+  for (const std::string& bytes : malformedUTF8) {
+    for (const std::string& line :
+         {bytes + "stop\n", "stop" + bytes + "\n", "{\"command\":\"stop" + bytes + "\"}\n"}) {
+      EXPECT_EQ(expectFailure(recordUntil(line), readyLine),
+                "Stop signal payload was not understood.");
+      EXPECT_EQ(filesLeft(), std::set<std::string>{});
+    }
   }
 }
 

@@ -1,6 +1,7 @@
 // The trace on standard error and in the trace file.
 
 #include "tests/conversation/Conversation.h"
+#include "tests/support/MountedFolder.h"
 
 #include <ctime>
 #include <functional>
@@ -131,10 +132,31 @@ TEST_F(Trace, FileOfAnotherUserIsLeftAlone) {
 
 TEST_F(Trace, NeedsNoFile) {
   fs::remove(traceFile.parent_path());
-  const Outcome run = recordUntil("stop\n");
-  expectRecording(run, output);
-  EXPECT_EQ(linesOf(run.errors).size(), std::size(messagesOfARecording));
-  EXPECT_FALSE(fs::exists(traceFile.parent_path()));
+  writeFile(folder / "file", "precious");
+  for (const std::string& temporaryFolder :
+       {traceFile.parent_path().string(), (folder / "file").string(), std::string(5000, 't'),
+        std::string("/proc")}) {
+    SCOPED_TRACE(temporaryFolder);
+    options.environment["TMPDIR"] = temporaryFolder;
+    const Outcome run = recordUntil("stop\n");
+    expectRecording(run, output);
+    EXPECT_EQ(linesOf(run.errors).size(), std::size(messagesOfARecording));
+    EXPECT_EQ(filesLeft(), (std::set<std::string>{"file", "recording.wav"}));
+  }
+}
+
+TEST_F(Trace, NeedsNoRoom) {
+  const MountedFolder mount(traceFile.parent_path(), 8192);
+  if (!mount.isMounted()) GTEST_SKIP() << "Mounting a file system is not permitted here.";
+  writeFile(traceFile.parent_path() / "rest", std::string(8192, 'x'));
+  const auto expectNothingLeft = [&] {
+    expectRecording(recordUntil("stop\n"), output);
+    EXPECT_EQ(filesLeft(), (std::set<std::string>{"recording.wav", "tmp/rest"}));
+    EXPECT_FALSE(fs::exists(traceFile));
+  };
+  expectNothingLeft();
+  mount.makeReadOnly();
+  expectNothingLeft();
 }
 
 }  // namespace

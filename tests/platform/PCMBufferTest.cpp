@@ -22,25 +22,6 @@ TEST(AudioFormat, RefusesDescriptionsThatCannotBeRepresented) {
   EXPECT_FALSE(AudioFormat::fromStreamDescription(noFormat));
 }
 
-TEST(PCMBuffer, HoldsOneBufferAChannelUnlessInterleaved) {
-  const auto planar = PCMBuffer::create(AudioFormat::float32(48000, 2, false), 10);
-  ASSERT_EQ(planar->audioBufferList().size(), 2U);
-  ASSERT_EQ(planar->floatChannelData().size(), 2U);
-  for (std::size_t channel = 0; channel < 2; ++channel) {
-    const AudioBuffer& buffer = planar->audioBufferList()[channel];
-    EXPECT_EQ(buffer.mNumberChannels, 1U);
-    EXPECT_EQ(buffer.mDataByteSize, 40U) << "the whole room";
-    EXPECT_EQ(buffer.mData, planar->floatChannelData()[channel]);
-  }
-  EXPECT_GE(planar->floatChannelData()[1] - planar->floatChannelData()[0], 10);
-
-  const auto interleaved = PCMBuffer::create(AudioFormat::float32(48000, 3, true), 10);
-  ASSERT_EQ(interleaved->audioBufferList().size(), 1U);
-  EXPECT_EQ(interleaved->audioBufferList()[0].mNumberChannels, 3U);
-  EXPECT_EQ(interleaved->audioBufferList()[0].mDataByteSize, 120U);
-  EXPECT_TRUE(interleaved->floatChannelData().empty());
-}
-
 TEST(PCMBuffer, ClampsItsFrameLengthAndFitsTheByteSizes) {
   const auto buffer = PCMBuffer::create(AudioFormat::float32(48000, 2, false), 10);
   EXPECT_EQ(buffer->frameLength(), 0U);

@@ -4,8 +4,12 @@
 #include "SidecarRuntimeError.h"
 #include "WaveWriterError.h"
 
+#include <cerrno>
+#include <cstdint>
+#include <functional>
 #include <gtest/gtest.h>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace quenlor {
@@ -58,6 +62,28 @@ TEST(ErrorDescription, RendersStatusesInFourCharacters) {
                   .errorDescription(),
               "Core Audio error while trying to create the Core Audio tap: " +
                   std::to_string(static_cast<platform::OSStatus>(bits)) + " (" + text + ")");
+}
+
+TEST(ErrorDescription, ComesWithTheCaseAndWhatItCarries) {
+  using Error = AudioTapSessionError;
+  struct Row {
+    Error error;
+    Error::Case errorCase;
+    std::string payload;
+    platform::OSStatus status;
+  };
+  const std::vector<Row> rows = {
+      {Error::invalidAudioFormat("Why."), Error::Case::invalidAudioFormat, "Why.", 0},
+      {Error::coreAudio("query", -50), Error::Case::coreAudio, "query", -50},
+      {Error::sessionAlreadyStarted(), Error::Case::sessionAlreadyStarted, "", 0},
+      {Error::sessionNotRunning(), Error::Case::sessionNotRunning, "", 0},
+      {Error::mixedModeRequired(), Error::Case::mixedModeRequired, "", 0},
+      {Error::missingMicrophoneInput(), Error::Case::missingMicrophoneInput, "", 0}};
+  for (const auto& [error, errorCase, payload, status] : rows) {
+    EXPECT_EQ(error.errorCase(), errorCase) << error.what();
+    EXPECT_EQ(error.payload(), payload) << error.what();
+    EXPECT_EQ(error.status(), status) << error.what();
+  }
 }
 
 TEST(ErrorDescription, NamesPOSIXErrors) {

@@ -9,10 +9,8 @@
 #include <optional>
 #include <pthread.h>
 #include <string>
-#include <sys/time.h>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 namespace quenlor {
 namespace {
@@ -41,32 +39,6 @@ class Pipe {
   std::array<int, 2> ends{-1, -1};
 };
 
-TEST(FramedStdinReader, CutsInputIntoFrames) {
-  struct Case {
-    std::string input;
-    std::vector<std::string> frames;
-  };
-  const std::vector<Case> cases = {
-      {"", {}},
-      {"\n \r\n\t\n\r", {}},
-      {"start\nstop\n", {"start", "stop"}},
-      {"\n\n a \r\n \nb", {" a \r", "b"}},
-      {"stop ", {"stop "}},
-      {"\f\n", {"\f"}},
-      {std::string("a\0b\nc", 5), {std::string("a\0b", 3), "c"}},
-      {std::string(20'000, 'x') + "\n" + std::string(4096, 'y') + "\nz",
-       {std::string(20'000, 'x'), std::string(4096, 'y'), "z"}}};
-  for (const auto& [input, frames] : cases) {
-    Pipe pipe;
-    pipe.write(input);
-    pipe.closeInput();
-    FramedStdinReader reader(pipe.readingEnd());
-    for (const std::string& frame : frames) EXPECT_EQ(reader.readFrame(), frame);
-    EXPECT_EQ(reader.readFrame(), std::nullopt);
-    EXPECT_EQ(reader.readFrame(), std::nullopt) << "the end stays the end";
-  }
-}
-
 TEST(FramedStdinReader, GivesALineWithoutWaitingForMore) {
   Pipe pipe;
   pipe.write("first\nsecond\nhal");
@@ -75,17 +47,6 @@ TEST(FramedStdinReader, GivesALineWithoutWaitingForMore) {
   EXPECT_EQ(reader.readFrame(), "second");
   pipe.write("f\n");
   EXPECT_EQ(reader.readFrame(), "half");
-}
-
-TEST(FramedStdinReader, ReportsReadErrorsByName) {
-  FramedStdinReader reader(-1);
-  try {
-    reader.readFrame();
-    FAIL() << "no error";
-  } catch (const SidecarRuntimeError& error) {
-    EXPECT_EQ(error.errorCase(), SidecarRuntimeError::Case::stdinReadFailed);
-    EXPECT_EQ(error.payload(), "EBADF");
-  }
 }
 
 TEST(FramedStdinReader, BoundsTheLengthOfALine) {

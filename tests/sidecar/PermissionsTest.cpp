@@ -1,9 +1,12 @@
 #include "Permissions.h"
 
+#include <cstdint>
+#include <functional>
 #include <gtest/gtest.h>
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace quenlor {
@@ -11,11 +14,13 @@ namespace {
 
 using platform::AuthorizationStatus;
 
-/// Answers from another thread, as systems do, and notes what it was asked.
+enum class Answering { fromAnotherThread, atOnce };
+
+/// Answers as it is told to and notes what it was asked.
 class FakeCaptureDevice final : public platform::CaptureDevice {
  public:
-  FakeCaptureDevice(AuthorizationStatus givenStatus, bool givenAnswer, bool present)
-      : status(givenStatus), answer(givenAnswer), hasDevice(present) {}
+  FakeCaptureDevice(AuthorizationStatus givenStatus, bool givenAnswer, bool present, Answering how)
+      : status(givenStatus), answer(givenAnswer), hasDevice(present), answering(how) {}
   ~FakeCaptureDevice() override {
     if (user.joinable()) user.join();
   }
@@ -25,6 +30,7 @@ class FakeCaptureDevice final : public platform::CaptureDevice {
   }
   void requestAccess(std::function<void(bool)> completion) override {
     asked += "prompt ";
+    if (answering == Answering::atOnce) return completion(answer);
     user = std::thread([completion = std::move(completion), this] { completion(answer); });
   }
   std::optional<std::string> defaultDevice() override {
@@ -37,8 +43,18 @@ class FakeCaptureDevice final : public platform::CaptureDevice {
   AuthorizationStatus status;
   bool answer;
   bool hasDevice;
+  Answering answering;
   std::thread user;
 };
+
+std::optional<PermissionError::Case> errorOfAsking(FakeCaptureDevice& device) {
+  try {
+    Permissions::ensureMicrophoneAccess(device);
+  } catch (const PermissionError& error) {
+    return error.errorCase();
+  }
+  return std::nullopt;
+}
 
 TEST(Permissions, FollowsTheStatusAndTheAnswer) {
   using Case = PermissionError::Case;
@@ -58,16 +74,13 @@ TEST(Permissions, FollowsTheStatusAndTheAnswer) {
       {2, true, true, Case::microphoneDenied, "status "},
       {4, true, true, Case::microphoneDenied, "status "},
       {-1, true, true, Case::microphoneDenied, "status "}};
-  for (const Row& row : rows) {
-    FakeCaptureDevice device(static_cast<AuthorizationStatus>(row.status), row.answer, row.device);
-    std::optional<Case> error;
-    try {
-      Permissions::ensureMicrophoneAccess(device);
-    } catch (const PermissionError& thrown) {
-      error = thrown.errorCase();
+  for (const Answering answering : {Answering::fromAnotherThread, Answering::atOnce}) {
+    for (const Row& row : rows) {
+      FakeCaptureDevice device(static_cast<AuthorizationStatus>(row.status), row.answer, row.device,
+                               answering);
+      EXPECT_EQ(errorOfAsking(device), row.error) << row.status;
+      EXPECT_EQ(device.asked, row.asked) << row.status;
     }
-    EXPECT_EQ(error, row.error) << row.status;
-    EXPECT_EQ(device.asked, row.asked) << row.status;
   }
 }
 

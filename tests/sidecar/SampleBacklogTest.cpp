@@ -1,5 +1,6 @@
 #include "SampleBacklog.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <gtest/gtest.h>
@@ -65,9 +66,34 @@ TEST(SampleBacklog, AnswersOddRequests) {
   EXPECT_TRUE(backlog.consume(0).left.empty());
   EXPECT_TRUE(backlog.consume(-7).right.empty());
   EXPECT_EQ(backlog.availableFrames(), 3);
-  backlog.empty();
+  backlog.removeAll();
   EXPECT_EQ(backlog.availableFrames(), 0);
   EXPECT_EQ(backlog.consume(2).left, std::vector<float>(2));
+}
+
+TEST(SampleBacklog, RemovesWhatIsConsumedInLargeSteps) {
+  struct Step {
+    std::int64_t taken;
+    std::size_t stored;
+  };
+  struct Case {
+    std::uint32_t appended;
+    std::vector<Step> steps;
+  };
+  const std::vector<Case> cases = {{1024, {{960, 64}}},
+                                   {1024, {{511, 1024}, {1, 512}}},
+                                   {10'000, {{1000, 10'000}, {4000, 5000}}},
+                                   {10'000, {{4096, 10'000}, {1, 5903}}},
+                                   {7000, {{3000, 7000}, {499, 7000}, {1, 3500}}},
+                                   {100, {{100, 0}}}};
+  for (const Case& one : cases) {
+    SampleBacklog backlog;
+    backlog.append(*countingBuffer(2, one.appended));
+    for (const auto& [taken, stored] : one.steps) {
+      backlog.consume(taken);
+      EXPECT_EQ(backlog.storedSamples(), stored) << one.appended << " in, " << taken << " out";
+    }
+  }
 }
 
 /// Runs through every branch of compaction: what comes out is what went in, in order, once.

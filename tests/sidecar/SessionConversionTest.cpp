@@ -1,8 +1,15 @@
 #include "SessionFixture.h"
 #include "platform/ForwardingPlatform.h"
 
-#include <cmath>
+#include <algorithm>
+#include <cstdint>
+#include <exception>
+#include <limits>
+#include <memory>
 #include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace quenlor::test {
 namespace {
@@ -49,8 +56,8 @@ class ScriptedConverter final : public AudioConverter {
 /// Gives scripted converters, or none, and counts the requests.
 class ScriptedPlatform final : public platform::ForwardingPlatform {
  public:
-  ScriptedPlatform(AudioPlatform& target, Script& givenScript)
-      : ForwardingPlatform(target), script(givenScript) {}
+  ScriptedPlatform(AudioPlatform& realPlatform, Script& givenScript)
+      : ForwardingPlatform(realPlatform), script(givenScript) {}
   std::shared_ptr<AudioConverter> makeConverter(const AudioFormat& /*from*/,
                                                 const AudioFormat& /*to*/) override {
     ++requests;
@@ -72,19 +79,17 @@ class SessionConversion : public SessionFixture {
  protected:
   /// Starts a session whose microphone has the given format and delivers by hand.
   void startWithMicrophone(std::uint32_t rate, std::uint32_t channels) {
-    session.reset();  // before the platform it lives on
     VirtualSettings settings = exactDevices();
     settings.microphone->sampleRate = rate;
     settings.microphone->channelCount = channels;
-    platform = std::make_unique<VirtualPlatform>(clock, settings);
+    makePlatform(settings);
     scripted = std::make_unique<ScriptedPlatform>(*platform, script);
     scripted->refusals = refusals;
-    session =
-        std::make_shared<AudioTapSession>(StartRequest{"mixed", path.string(), ""}, *scripted);
+    makeSessionOn(*scripted);
     session->start();
   }
 
-  void deliver(std::uint32_t rate, std::uint32_t channels, std::uint32_t frames) {
+  void deliver(double rate, std::uint32_t channels, std::uint32_t frames) {
     auto buffer = PCMBuffer::create(AudioFormat::float32(rate, channels, false), frames + 1);
     buffer->setFrameLength(frames);
     for (float* channel : buffer->floatChannelData()) std::fill_n(channel, frames, 0.5F);
@@ -154,11 +159,12 @@ TEST_F(SessionConversion, ActsOnTheStatus) {
     startWithMicrophone(16'000, 1);
     deliver(16'000, 1, 160);
     deliver(16'000, 1, 160);
-    std::optional<StopResult> result;
-    EXPECT_EQ(errorOf([&] { result = session->stop(); }), one.description) << one.status;
-    const std::size_t conversions = one.description.empty() ? 2 : 1;
-    EXPECT_EQ(script.capacities.size(), conversions) << "no buffer is converted after a failure";
-    if (one.description.empty()) EXPECT_EQ(result->sizeBytes, 44 + 4 * 14U);
+    std::optional<std::uint64_t> size;
+    EXPECT_EQ(errorOf([&] { size = session->stop().sizeBytes; }), one.description) << one.status;
+    const bool succeeds = one.description.empty();
+    EXPECT_EQ(size, succeeds ? std::optional<std::uint64_t>(44 + 4 * 14) : std::nullopt);
+    EXPECT_EQ(script.capacities.size(), succeeds ? 2U : 1U)
+        << "no buffer is converted after a failure";
   }
 }
 
@@ -178,13 +184,27 @@ TEST_F(SessionConversion, TriesAgainToMakeAConverter) {
             "Audio format error: Unable to create an AVAudioConverter.");
 }
 
-TEST_F(SessionConversion, RefusesCapacitiesBeyond32Bits) {
+TEST_F(SessionConversion, KeepsTheConverterWhateverFormatComesNext) {
   startWithMicrophone(16'000, 1);
-  auto buffer = PCMBuffer::create(AudioFormat::float32(1e-6, 1, false), 1);
-  buffer->setFrameLength(1);
-  platform->deliverMicrophone(buffer);
-  EXPECT_EQ(errorOf([&] { session->stop(); }),
-            "Audio format error: Unable to allocate the converted PCM buffer.");
+  deliver(16'000, 1, 160);
+  deliver(44'100, 2, 441);
+  EXPECT_EQ(scripted->requests, 1);
+  EXPECT_EQ(script.capacities, (std::vector<std::uint32_t>{480, 481}));
+  session->stop();
+}
+
+TEST_F(SessionConversion, RefusesCapacitiesThatAreNoCount) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  for (const auto& [rate, frames] : std::vector<std::pair<double, std::uint32_t>>{
+           {1e-6, 1}, {0, 1}, {0, 0}, {-48'000, 1}, {nan, 1}, {nan, 0}}) {
+    script = Script();
+    startWithMicrophone(16'000, 1);
+    deliver(rate, 1, frames);
+    EXPECT_EQ(errorOf([&] { session->stop(); }),
+              "Audio format error: Unable to allocate the converted PCM buffer.")
+        << rate << " " << frames;
+    EXPECT_TRUE(script.capacities.empty());
+  }
 }
 
 }  // namespace

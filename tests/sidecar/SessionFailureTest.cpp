@@ -1,6 +1,12 @@
 #include "FileSizeLimit.h"
 #include "SessionFixture.h"
 
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
 namespace quenlor::test {
 namespace {
 
@@ -69,11 +75,12 @@ TEST_F(SessionFailure, SomeCallsMayFail) {
 TEST_F(SessionFailure, FailuresWhileRecordingShowAtTheStop) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"makeBuffer", "Audio format error: Unable to allocate an owned system PCM buffer."},
+      {"convert", "The virtual converter failed."},
       {"makeConverter", "Audio format error: Unable to create an AVAudioConverter."}};
   for (const auto& [call, error] : cases) {
     makeSession({});
-    // The microphone's converter, the first one, is made during set-up.
-    ledger().failNamed(call, call == "makeConverter" ? 2 : 1, CallLedger::Repeat::forGood);
+    // The system's samples come first, but the microphone's converter is made during set-up.
+    ledger().failNamed(call, call == "makeConverter" ? 2 : 1);
     session->start();
     clock->advance(200ms);
     EXPECT_EQ(errorOf([&] { session->stop(); }), error);
@@ -90,13 +97,65 @@ TEST_F(SessionFailure, AFailedWriteEndsTheRecordingAtTheStop) {
     const FileSizeLimit noMoreSpace(0);
     tick();
   }
-  const auto size = std::filesystem::file_size(path);
+  const auto link = linkToRecording();
   tick();
-  EXPECT_EQ(std::filesystem::file_size(path), size) << "ticks write nothing after a failure";
-  platform->deliverSystem(std::vector<platform::AudioBuffer>{});
-  const std::string error = errorOf([&] { session->stop(); });
-  EXPECT_NE(error.find("File too large"), std::string::npos) << "the first failure: " << error;
+  EXPECT_EQ(std::filesystem::file_size(link), 44U) << "ticks write nothing after a failure";
+  EXPECT_NE(errorOf([&] { session->stop(); }).find("File too large"), std::string::npos);
   EXPECT_FALSE(fileExists());
+  EXPECT_EQ(std::filesystem::file_size(link), 44U + 4 * 1040)
+      << "the stop writes the rest all the same; the tick's frames are lost";
+}
+
+TEST_F(SessionFailure, TheFirstFailureIsReported) {
+  makeSession(exactDevices());
+  session->start();
+  deliverSystem(std::vector<float>(2000, 0.5F));
+  clock->runPending();  // stored before the failure
+  deliverBadLayout();
+  const FileSizeLimit noMoreSpace(0);  // for the last drain
+  EXPECT_EQ(errorOf([&] { session->stop(); }),
+            "Audio format error: The system tap callback reported zero frames.");
+  EXPECT_FALSE(fileExists());
+}
+
+/// Whether a buffer waits already or comes later: once a failure is recorded, it is not stored.
+TEST_F(SessionFailure, BothSourcesAreDroppedAfterAFailure) {
+  const std::vector<float> samples(100, 0.5F);
+  for (const bool fromMicrophone : {false, true}) {
+    makeSession(exactDevices());
+    session->start();
+    const auto deliver = [&] {
+      if (fromMicrophone)
+        deliverMicrophone(samples);
+      else
+        deliverSystem(samples);
+    };
+    deliver();
+    tick();
+    deliver();
+    deliverBadLayout();
+    const auto buffers = ledger().count("makeBuffer");
+    deliver();
+    clock->runPending();
+    EXPECT_EQ(ledger().count("makeBuffer"), buffers);
+    const auto link = linkToRecording();
+    EXPECT_NE(errorOf([&] { session->stop(); }), "");
+    EXPECT_EQ(std::filesystem::file_size(link), 44U + 4 * 100) << fromMicrophone;
+  }
+}
+
+TEST_F(SessionFailure, AHeaderThatCannotBeFinishedLeavesTheFileToTheDiscard) {
+  makeSession(exactDevices());
+  session->start();
+  {
+    const FileSizeLimit noMoreSpace(0);
+    EXPECT_NE(errorOf([&] { session->stop(); }).find("File too large"), std::string::npos);
+  }
+  EXPECT_TRUE(fileExists());
+  EXPECT_EQ(errorOf([&] { session->stop(); }), "The Quenlor audio session is not running.");
+  session->discardIfUnfinished();
+  EXPECT_FALSE(fileExists());
+  expectEverythingReleased();
 }
 
 TEST_F(SessionFailure, AWriteThatFailsInTheLastDrainIsReported) {

@@ -3,6 +3,8 @@
 #include "LocalizedError.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <exception>
 
 namespace quenlor::test {
 
@@ -17,29 +19,46 @@ VirtualSettings SessionFixture::exactDevices() {
   return settings;
 }
 
-std::shared_ptr<platform::PCMBuffer> SessionFixture::planarBuffer(const std::vector<float>& samples,
-                                                                  std::uint32_t channels) {
-  const auto frames = static_cast<std::uint32_t>(samples.size());
+std::shared_ptr<platform::PCMBuffer> SessionFixture::stereoBuffer(const std::vector<float>& left,
+                                                                  const std::vector<float>& right) {
+  const auto frames = static_cast<std::uint32_t>(left.size());
   auto buffer =
-      platform::PCMBuffer::create(platform::AudioFormat::float32(48'000, channels, false), frames);
+      platform::PCMBuffer::create(platform::AudioFormat::float32(48'000, 2, false), frames);
   buffer->setFrameLength(frames);
-  for (float* channel : buffer->floatChannelData()) std::ranges::copy(samples, channel);
+  std::ranges::copy(left, buffer->floatChannelData()[0]);
+  std::ranges::copy(right, buffer->floatChannelData()[1]);
   return buffer;
 }
 
-void SessionFixture::makeSession(const VirtualSettings& settings, const std::string& mode) {
+void SessionFixture::makePlatform(const VirtualSettings& settings) {
   session.reset();  // before the platform it lives on
   platform = std::make_unique<VirtualPlatform>(clock, settings);
-  session =
-      std::make_shared<AudioTapSession>(StartRequest{mode, path.string(), "A title"}, *platform);
 }
 
-void SessionFixture::deliverSystem(const std::vector<float>& samples) {
-  platform->deliverSystem(planarBuffer(samples)->audioBufferList());
+void SessionFixture::makeSessionOn(platform::AudioPlatform& host, const std::string& mode) {
+  session = std::make_shared<AudioTapSession>(StartRequest{mode, path.string(), "A title"}, host);
 }
 
-void SessionFixture::deliverMicrophone(const std::vector<float>& samples) {
-  platform->deliverMicrophone(planarBuffer(samples));
+void SessionFixture::makeSession(const VirtualSettings& settings, const std::string& mode) {
+  makePlatform(settings);
+  makeSessionOn(*platform, mode);
+}
+
+void SessionFixture::deliverSystem(const std::vector<float>& left,
+                                   const std::vector<float>& right) {
+  platform->deliverSystem(stereoBuffer(left, right)->audioBufferList());
+}
+
+void SessionFixture::deliverMicrophone(const std::vector<float>& left,
+                                       const std::vector<float>& right) {
+  platform->deliverMicrophone(stereoBuffer(left, right));
+}
+
+std::filesystem::path SessionFixture::linkToRecording() const {
+  std::filesystem::path link = folder / "link.wav";
+  std::filesystem::remove(link);
+  std::filesystem::create_hard_link(path, link);
+  return link;
 }
 
 void SessionFixture::expectEverythingReleased() {

@@ -7,6 +7,7 @@
 #include "tests/support/WaveFile.h"
 
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <memory>
@@ -30,20 +31,30 @@ class SessionFixture : public testing::Test {
   /// samples reach the mix as they are.
   static VirtualSettings exactDevices();
 
-  /// A planar 48 kHz buffer with the given samples on every channel.
-  static std::shared_ptr<platform::PCMBuffer> planarBuffer(const std::vector<float>& samples,
-                                                           std::uint32_t channels = 2);
+  /// A planar 48 kHz buffer of two channels, equally long.
+  static std::shared_ptr<platform::PCMBuffer> stereoBuffer(const std::vector<float>& left,
+                                                           const std::vector<float>& right);
 
+  void makePlatform(const VirtualSettings& settings);
+  /// Makes a session on the platform, or on one that forwards to it.
+  void makeSessionOn(platform::AudioPlatform& host, const std::string& mode = "mixed");
   /// Makes the platform and a session on it.
   void makeSession(const VirtualSettings& settings, const std::string& mode = "mixed");
 
-  void deliverSystem(const std::vector<float>& samples);
-  void deliverMicrophone(const std::vector<float>& samples);
+  void deliverSystem(const std::vector<float>& left, const std::vector<float>& right);
+  void deliverSystem(const std::vector<float>& samples) { deliverSystem(samples, samples); }
+  void deliverMicrophone(const std::vector<float>& left, const std::vector<float>& right);
+  void deliverMicrophone(const std::vector<float>& samples) { deliverMicrophone(samples, samples); }
+  /// No system buffers at all, which is a failure.
+  void deliverBadLayout() { platform->deliverSystem({}); }
   void tick() { clock->advance(AudioTapSession::mixInterval); }
 
   CallLedger& ledger() { return *platform->ledger(); }
   bool fileExists() const { return std::filesystem::exists(path); }
   WaveFile recording() const { return readWaveFile(path); }
+
+  /// Gives the output file a second name, under which its content outlives a discard.
+  std::filesystem::path linkToRecording() const;
 
   /// Expects nothing of the host's to be alive, once the session is gone, and no call misused.
   void expectEverythingReleased();

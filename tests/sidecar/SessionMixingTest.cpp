@@ -1,6 +1,9 @@
 #include "SessionFixture.h"
 
 #include <cmath>
+#include <cstdint>
+#include <filesystem>
+#include <vector>
 
 namespace quenlor::test {
 namespace {
@@ -33,12 +36,16 @@ std::int16_t stored(float sample) {
 }
 
 TEST_F(SessionMixing, AddsPadsAndLimits) {
-  deliverSystem({0.8F, -0.9F, 0.25F, 0.5F, -0.5F, 0.1F, NAN, 0.3F});
-  deliverMicrophone({0.7F, -0.4F, 0.25F, 0.5F, -0.5F, -0.3F, 0.5F});
+  deliverSystem({0.8F, -0.9F, 0.25F, 0.5F, -0.5F, 0.1F, NAN, 0.3F},
+                {0.1F, 0.2F, 0.3F, 0.4F, 0.5F, 0.6F, 0.7F, 0.8F});
+  deliverMicrophone({0.7F, -0.4F, 0.25F, 0.5F, -0.5F, -0.3F, 0.5F},
+                    {-0.4F, 0.0F, 0.9F, NAN, -0.9F, 0.1F, 0.2F});
   tick();
   session->stop();
-  EXPECT_EQ(leftSamples(), (std::vector<std::int16_t>{32'767, -32'768, stored(0.5F), 32'767,
-                                                      -32'768, stored(-0.2F), 0, stored(0.3F)}));
+  EXPECT_EQ(recording().samples,
+            (std::vector<std::int16_t>{32'767, stored(-0.3F), -32'768, stored(0.2F), stored(0.5F),
+                                       32'767, 32'767, 0, -32'768, stored(-0.4F), stored(-0.2F),
+                                       stored(0.7F), 0, stored(0.9F), stored(0.3F), stored(0.8F)}));
 }
 
 TEST_F(SessionMixing, WritesAtMostATickAndKeepsTheRest) {

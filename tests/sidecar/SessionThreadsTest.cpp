@@ -1,8 +1,13 @@
 #include "SessionFixture.h"
 #include "platform/virtual/RealTimePace.h"
 
+#include <algorithm>
 #include <atomic>
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
 #include <thread>
+#include <vector>
 
 namespace quenlor::test {
 namespace {
@@ -72,35 +77,6 @@ TEST_F(SessionThreads, StopsWhileBuffersPourIn) {
   microphone.join();
   EXPECT_GT(readWaveFile(folder / "recording.wav").left.size(), 441U);
   EXPECT_EQ(result.sizeBytes, std::filesystem::file_size(folder / "recording.wav"));
-}
-
-/// The caller lets go while work that holds the session for a moment is under way, so that now and
-/// then a queue's own work has the last reference.
-TEST_F(SessionThreads, TheLastReferenceMayDieOnAQueue) {
-  for (int i = 0; i < 50; ++i) {
-    auto session = makeSession();
-    session->start();
-    std::atomic<bool> ended{false};
-    std::thread caller([&] {
-      std::vector<float> samples(8);
-      const platform::AudioBuffer buffer{2, 32, samples.data()};
-      try {
-        while (!ended) platform->deliverSystem({&buffer, 1});
-      } catch (const std::logic_error&) {
-        // Stopped.
-      }
-    });
-    std::thread stopper([session = std::move(session)]() mutable {
-      session->discardIfUnfinished();
-      session.reset();
-    });
-    stopper.join();
-    ended = true;
-    caller.join();
-    const auto ledger = platform->ledger();
-    platform.reset();
-    ASSERT_EQ(ledger->aliveInAll(), 0U);
-  }
 }
 
 }  // namespace

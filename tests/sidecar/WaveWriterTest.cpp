@@ -4,16 +4,17 @@
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/WaveFile.h"
 
-#include <cmath>
-#include <cstring>
+#include <cerrno>
+#include <cstdint>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
-#include <limits>
-#include <random>
+#include <optional>
 #include <string>
 #include <sys/stat.h>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 namespace quenlor {
@@ -22,91 +23,6 @@ namespace {
 std::string contents(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
-}
-
-std::string hexadecimal(const WaveWriter::Header& header) {
-  std::string text;
-  for (const std::byte byte : header) {
-    text += "0123456789ABCDEF"[std::to_integer<unsigned>(byte) >> 4];
-    text += "0123456789ABCDEF"[std::to_integer<unsigned>(byte) & 15];
-  }
-  return text;
-}
-
-TEST(WaveHeader, IsCanonical) {
-  struct Case {
-    std::uint64_t bytes;
-    std::string riffSize;
-    std::string dataSize;
-  };
-  const std::vector<Case> cases = {{0, "24000000", "00000000"},
-                                   {192'000, "24EE0200", "00EE0200"},
-                                   {4'294'967'258, "FEFFFFFF", "DAFFFFFF"},
-                                   {4'294'967'259, "FFFFFFFF", "DBFFFFFF"},
-                                   {4'294'967'260, "FFFFFFFF", "DCFFFFFF"},
-                                   {4'294'967'295, "FFFFFFFF", "FFFFFFFF"},
-                                   {4'294'967'296, "FFFFFFFF", "FFFFFFFF"},
-                                   {~std::uint64_t{0} - 44, "FFFFFFFF", "FFFFFFFF"}};
-  for (const auto& [bytes, riffSize, dataSize] : cases)
-    EXPECT_EQ(hexadecimal(WaveWriter::makeHeader(bytes, 48'000, 2, 16)),
-              "52494646" + riffSize + "57415645666D74201000000001000200" +
-                  "80BB000000EE02000400100064617461" + dataSize);
-  EXPECT_EQ(hexadecimal(WaveWriter::makeHeader(0, 44'100.9, 3, 12)).substr(40, 32),
-            "0100030044AC00003207030003000C00")
-      << "the rate is truncated, whole bytes count for the block, bits for the byte rate";
-}
-
-TEST(WaveHeader, RefusesWhatItCannotHold) {
-  const double nan = std::numeric_limits<double>::quiet_NaN();
-  for (const double rate : {-1.0, 4'294'967'296.0, nan, std::numeric_limits<double>::infinity()})
-    EXPECT_THROW(WaveWriter::makeHeader(0, rate, 2, 16), std::out_of_range) << rate;
-  EXPECT_THROW(WaveWriter::makeHeader(0, 4e9, 2, 1), std::out_of_range);
-  EXPECT_THROW(WaveWriter::makeHeader(0, 1e9, 2, 16), std::out_of_range);
-  EXPECT_THROW(WaveWriter::makeHeader(0, 0, 65'535, 16), std::out_of_range);
-  EXPECT_THROW(WaveWriter::makeHeader(~std::uint64_t{0} - 43, 48'000, 2, 16), std::out_of_range);
-  EXPECT_NO_THROW(WaveWriter::makeHeader(0, -0.5, 2, 16));
-}
-
-TEST(SampleEncoding, FollowsTheTable) {
-  const float infinity = std::numeric_limits<float>::infinity();
-  const std::vector<std::pair<float, int>> cases = {{0.0F, 0},
-                                                    {-0.0F, 0},
-                                                    {1.0F, 32'767},
-                                                    {1.5F, 32'767},
-                                                    {infinity, 32'767},
-                                                    {-1.0F, -32'768},
-                                                    {-2.0F, -32'768},
-                                                    {-infinity, -32'768},
-                                                    {0.5F, 16'384},
-                                                    {-0.5F, -16'384},
-                                                    {NAN, 0},
-                                                    {-NAN, 0},
-                                                    {1.0F / 65'534, 1},
-                                                    {-1.0F / 65'534, -1},
-                                                    {0.99999994F, 32'767},
-                                                    {-0.99999994F, -32'767},
-                                                    {1e-45F, 0},
-                                                    {3.0F / 65'534, 2}};
-  for (const auto& [sample, stored] : cases)
-    EXPECT_EQ(WaveWriter::encodeSample(sample), stored) << sample;
-}
-
-/// Halves are judged on the single-precision product: a product of 0.49999997 is not a half.
-TEST(SampleEncoding, RoundsTheProductExactly) {
-  std::mt19937 random(11);
-  std::uniform_real_distribution<float> anywhere(-1.0F, 1.0F);
-  const auto check = [](float sample) {
-    if (std::abs(sample) >= 1.0F) return;
-    const double product = sample * 32'767.0F;
-    const double expected = std::trunc(product + std::copysign(0.5, product));
-    ASSERT_EQ(WaveWriter::encodeSample(sample), static_cast<int>(expected)) << sample;
-  };
-  for (int i = 0; i < 200'000; ++i) check(anywhere(random));
-  for (int half = -32'767; half < 32'767; ++half) {
-    float sample = (static_cast<float>(half) + 0.5F) / 32'767.0F;
-    for (int step = 0; step < 3; ++step) sample = std::nextafter(sample, -2.0F);
-    for (int step = 0; step < 6; ++step) check(sample = std::nextafter(sample, 2.0F));
-  }
 }
 
 TEST(WaveWriter, WritesAndFinalizes) {
@@ -158,8 +74,11 @@ TEST(WaveWriter, ReplacesFilesAndLinksButNotFolders) {
   std::ofstream(folder / "kept") << "kept";
   std::filesystem::create_symlink("kept", folder / "link.wav");
   std::filesystem::create_symlink("nowhere", folder / "dangling.wav");
+  std::filesystem::create_directories(folder / "folder.wav/inside");
+  std::filesystem::create_directory_symlink("folder.wav", folder / "linked-folder.wav");
   ASSERT_EQ(::mkfifo((folder / "fifo.wav").c_str(), 0600), 0);
-  for (const char* name : {"old.wav", "link.wav", "dangling.wav", "fifo.wav"}) {
+  for (const char* name :
+       {"old.wav", "link.wav", "dangling.wav", "linked-folder.wav", "fifo.wav"}) {
     WaveWriter writer(folder / name);
     writer.finalize(0);
     EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(folder / name)))
@@ -168,15 +87,22 @@ TEST(WaveWriter, ReplacesFilesAndLinksButNotFolders) {
   }
   EXPECT_EQ(contents(folder / "kept"), "kept");
   EXPECT_FALSE(std::filesystem::exists(folder / "nowhere"));
+  EXPECT_TRUE(std::filesystem::exists(folder / "folder.wav/inside"));
+}
 
+TEST(WaveWriter, RefusesPathsOfNoFile) {
+  const test::TemporaryFolder folder;
+  std::ofstream(folder / "kept") << "kept";
   std::filesystem::create_directories(folder / "folder.wav/inside");
-  const std::string long_name(300, 'n');
+  const std::string longName(300, 'n');
   using namespace std::string_literals;
-  for (const std::string& name : {"folder.wav"s, "folder.wav/"s, ""s, "kept/a.wav"s, "kept\0x"s}) {
+  for (const std::string& name : {"folder.wav"s, "folder.wav/"s, ""s, "kept/a.wav"s, "kept\0x"s,
+                                  "missing/."s, "missing/.."s}) {
     const std::string path = name.empty() ? "" : folder.path().string() + "/" + name;
     EXPECT_THROW(WaveWriter{path}, std::system_error) << name;
   }
-  EXPECT_THROW(WaveWriter{folder / long_name}, WaveWriterError);
+  EXPECT_THROW(WaveWriter{folder / longName}, WaveWriterError);
+  EXPECT_FALSE(std::filesystem::exists(folder / "missing"));
   EXPECT_TRUE(std::filesystem::exists(folder / "folder.wav/inside"));
   EXPECT_EQ(contents(folder / "kept"), "kept");
 }
@@ -192,6 +118,43 @@ TEST(WaveWriter, DiscardsItsOwnFileOnly) {
   std::ofstream(path) << "somebody else's";
   second.discard();
   EXPECT_EQ(contents(path), "somebody else's");
+}
+
+/// Once discarded, the file is anybody's: one that comes to the path later stays, even where it is
+/// the same file under a name that somebody else gave it.
+TEST(WaveWriter, DiscardsOnce) {
+  const test::TemporaryFolder folder;
+  const auto path = folder / "a.wav";
+  WaveWriter writer(path);
+  std::filesystem::create_hard_link(path, folder / "other.wav");
+  writer.discard();
+  EXPECT_FALSE(std::filesystem::exists(path));
+  std::filesystem::rename(folder / "other.wav", path);
+  writer.discard();
+  EXPECT_EQ(contents(path).size(), 44U);
+}
+
+TEST(WaveWriter, TouchesNothingAfterADiscard) {
+  const test::TemporaryFolder folder;
+  const auto link = folder / "link.wav";
+  WaveWriter writer(folder / "a.wav");
+  std::filesystem::create_hard_link(writer.outputURL, link);
+  writer.append({0.5F}, {0.5F}, 1);
+  writer.discard();
+  const std::string before = contents(link);
+  EXPECT_EQ(writer.finalize(3.0), (StopResult{3.0, 48}));
+  EXPECT_EQ(contents(link), before);
+  EXPECT_FALSE(std::filesystem::exists(writer.outputURL));
+}
+
+TEST(WaveWriter, LeavesAnOpenFileAsItIs) {
+  const test::TemporaryFolder folder;
+  std::optional<WaveWriter> writer(folder / "a.wav");
+  writer->append({0.5F, 0.5F}, {0.5F, 0.5F}, 2);
+  writer.reset();
+  const std::string bytes = contents(folder / "a.wav");
+  EXPECT_EQ(bytes.size(), 52U);
+  EXPECT_EQ(bytes.substr(40, 4), std::string(4, '\0')) << "nobody finalized it";
 }
 
 TEST(WaveWriter, CountsOnlyWhatWasWritten) {
@@ -210,6 +173,26 @@ TEST(WaveWriter, CountsOnlyWhatWasWritten) {
     }
   }
   EXPECT_EQ(writer.finalize(0).sizeBytes, 444U);
+  EXPECT_EQ(contents(folder / "a.wav").size(), 644U)
+      << "what a failed write came to stays behind the data that the header counts";
+}
+
+TEST(WaveWriter, FinalizesOnceThereIsRoomAgain) {
+  const test::TemporaryFolder folder;
+  WaveWriter writer(folder / "a.wav");
+  writer.append({0.5F}, {-0.5F}, 1);
+  {
+    const test::FileSizeLimit limit(10);
+    try {
+      writer.finalize(0);
+      ADD_FAILURE() << "the header cannot have been written";
+    } catch (const std::system_error& error) {
+      EXPECT_EQ(error.code().value(), EFBIG);
+    }
+  }
+  EXPECT_EQ(writer.finalize(2.0), (StopResult{2.0, 48}));
+  EXPECT_EQ(test::readWaveFile(folder / "a.wav").samples,
+            (std::vector<std::int16_t>{16'384, -16'384}));
 }
 
 TEST(WaveWriter, LeavesTheFileWhereTheHeaderCannotBeWritten) {

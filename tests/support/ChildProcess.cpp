@@ -144,6 +144,7 @@ ChildProcess::ChildProcess(const std::filesystem::path& program, const ChildOpti
   errorEnd = errorPipe.readEnd;
   for (const int descriptor : {inputEnd, outputEnd, errorEnd}) setNonBlocking(descriptor, true);
   readsErrors = options.errorPipe == ErrorPipe::isCollected;
+  if (options.errorPipe == ErrorPipe::isBroken) closeDescriptor(errorEnd);
 }
 
 ChildProcess::~ChildProcess() {
@@ -209,7 +210,9 @@ std::optional<std::string> ChildProcess::readLine(std::chrono::milliseconds pati
 bool ChildProcess::hasEnded() {
   if (exitStatus) return true;
   int state = 0;
-  if (waitpid(child, &state, WNOHANG) != child) return false;
+  rusage usage{};
+  if (wait4(child, &state, WNOHANG, &usage) != child) return false;
+  peakMemory = usage.ru_maxrss;
   exitStatus = WIFSIGNALED(state) ? 128 + WTERMSIG(state) : WEXITSTATUS(state);
   return true;
 }

@@ -20,6 +20,8 @@ enum class ErrorPipe {
   isUnread,
   /// Nobody reads it, and it is full from the start.
   isFull,
+  /// Its reading end is closed.
+  isBroken,
 };
 
 /// How a child process is started.
@@ -67,6 +69,8 @@ class ChildProcess {
   int waitForExit(std::chrono::milliseconds patience = defaultPatience);
 
   void sendSignal(int number) const;
+  /// The most memory that the program held at once; known once it has ended.
+  [[nodiscard]] long peakMemoryKiB() const { return peakMemory; }
   [[nodiscard]] pid_t pid() const { return child; }
 
   /// Everything collected so far.
@@ -82,6 +86,7 @@ class ChildProcess {
   int outputEnd = -1;
   int errorEnd = -1;
   std::optional<int> exitStatus;
+  long peakMemory = 0;
   bool readsErrors = true;
   std::string output;
   std::string errors;
