@@ -49,9 +49,9 @@ class WaveWriter final {
   /// path is the one that it made.
   void discard() noexcept;
 
-  /// The 44 bytes of a canonical RIFF/WAVE PCM header (Multimedia Programming Interface and Data
-  /// Specifications 1.0, IBM and Microsoft, 1991). Both sizes stop at 0xFFFFFFFF. Throws
-  /// std::out_of_range for arguments whose fields do not fit.
+  /// The 44 bytes of a canonical RIFF/WAVE PCM header (IBM and Microsoft, "Multimedia
+  /// Programming Interface", 1991). Both sizes stop at 0xFFFFFFFF. Throws std::out_of_range for
+  /// arguments whose fields do not fit.
   static Header makeHeader(std::uint64_t dataByteCount, double sampleRate,
                            std::uint16_t channelCount, std::uint16_t bitsPerSample);
 
