@@ -7,11 +7,19 @@
 
 namespace quenlor::platform {
 
+namespace {
+
+// Far above any device. A description that says millions would cost gigabytes for the list alone.
+constexpr std::uint32_t mostBuffers = 1024;
+
+}  // namespace
+
 std::shared_ptr<PCMBuffer> PCMBuffer::create(const AudioFormat& format,
                                              std::uint32_t frameCapacity) {
   const std::uint64_t bytesPerFrame = format.streamDescription().mBytesPerFrame;
   const std::uint64_t bytesPerBuffer = bytesPerFrame * frameCapacity;
   if (bytesPerFrame == 0 || format.channelCount() == 0) return nullptr;
+  if (format.bufferCount() > mostBuffers) return nullptr;
   if (bytesPerBuffer > std::numeric_limits<std::uint32_t>::max()) return nullptr;
   try {
     // Not std::vector: whoever asks for a buffer fills it, so zeroing it first would be waste.

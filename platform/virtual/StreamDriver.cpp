@@ -29,13 +29,14 @@ StreamDriver::~StreamDriver() {
 }
 
 void StreamDriver::startSystem(std::shared_ptr<const SystemReceiver> receiver) {
+  // First, since it may fail: without a timer stopSystem() would leave the receiver in place.
+  timer = pace.makeTimer(deviceQueue);
   {
     MutexLock lock(mutex);
     systemReceiver = std::move(receiver);
     startTime = pace.elapsed();
     cyclesDelivered = 0;
   }
-  timer = pace.makeTimer(deviceQueue);
   timer->schedule(kFirstBurst, kCycle, std::chrono::nanoseconds::zero());
   timer->setEventHandler([this] { deliverDue(); });
   timer->resume();

@@ -41,6 +41,7 @@ TEST(PCMBuffer, RefusesSizesThatCannotBe) {
   // 2^32 bytes; one frame less would fit, and is not asked for to spare the memory.
   EXPECT_EQ(PCMBuffer::create(AudioFormat::float32(48000, 2, true), 1U << 29), nullptr);
   EXPECT_EQ(PCMBuffer::create(AudioFormat::float32(48000, 1, true), ~0U), nullptr);
+  EXPECT_EQ(PCMBuffer::create(AudioFormat::float32(48000, 20'000'000, false), 1), nullptr);
 }
 
 }  // namespace

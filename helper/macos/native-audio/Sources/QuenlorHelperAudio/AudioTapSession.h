@@ -43,8 +43,8 @@ class AudioTapSession final : public std::enable_shared_from_this<AudioTapSessio
   AudioTapSession(StartRequest startRequest, platform::AudioPlatform& audioPlatform);
 
   /// Returns once capture runs. Throws AudioTapSessionError, PermissionError or PlatformError and
-  /// undoes nothing then: the caller goes on to discardIfUnfinished(). Every call but the first is
-  /// refused, and so is one after a discard.
+  /// undoes nothing then: the caller goes on to discardIfUnfinished(). Once a call was let through,
+  /// or after a discard, every further one is refused.
   void start() EXCLUDES(stateLock);
 
   /// Ends capture, writes what is still stored and finalizes the file. Repeated calls give the same
