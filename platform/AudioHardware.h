@@ -17,7 +17,8 @@ namespace quenlor::platform {
 using PropertyData =
     std::variant<std::uint32_t, std::string, std::vector<std::string>, AudioStreamBasicDescription>;
 
-/// Process taps, aggregate devices, their properties and their IO.
+/// Process taps, aggregate devices, their properties and their IO. Where a device changes while it
+/// runs, a host goes on in the format that it announced.
 ///
 /// All functions are called from the control thread. Each returns a status; out parameters are
 /// written only on success.

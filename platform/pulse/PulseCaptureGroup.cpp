@@ -1,6 +1,7 @@
 #include "platform/pulse/PulseCaptureGroup.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace quenlor::platform::pulse {
 namespace {
@@ -14,50 +15,111 @@ constexpr auto batch = 40ms;
 // A source that is this late, such as one that has to wake up, no longer holds back the other.
 constexpr auto patience = 500ms;
 
+// After the thread itself could not run, samples may be there to be read.
+constexpr auto secondLook = 20ms;
+
+constexpr const char* names[] = {"System audio", "The microphone"};
+
 }  // namespace
 
-void PulseCaptureGroup::add(CaptureRole role, PulseCaptureStream& stream) {
+void PulseCaptureGroup::add(CaptureRole role, CaptureTrack& track) {
   ConnectionLock held(connection);
-  Member& member = members[static_cast<std::size_t>(role)];
-  member = {&stream, false};
-  stream.setReadable([this, &member] {
-    connection.assertLocked();
-    samplesCame(member);
-  });
+  const auto index = static_cast<std::size_t>(role);
+  Member& member = members[index];
+  member = {.name = names[index], .track = &track, .toldSource = track.sourceName()};
+  track.setListener({.samplesCame =
+                         [this, &member] {
+                           connection.assertLocked();
+                           samplesCame(member);
+                         },
+                     .interrupted =
+                         [this] {
+                           connection.assertLocked();
+                           interrupted();
+                         },
+                     .streamEnded =
+                         [this, &member](const std::string& reason) {
+                           connection.assertLocked();
+                           // Where the whole connection ended, the connection has said so.
+                           if (connection.isGood()) tellInterruption(member, reason);
+                           if (streamEnded) streamEnded();
+                         }});
 }
 
 void PulseCaptureGroup::remove(CaptureRole role) {
   ConnectionLock held(connection);
   Member& member = members[static_cast<std::size_t>(role)];
-  if (member.stream != nullptr) member.stream->setReadable(nullptr);
+  if (member.track != nullptr) member.track->setListener({});
   member = {};
+  const auto isEmpty = [](const Member& each) { return each.track == nullptr; };
+  if (std::ranges::all_of(members, isEmpty)) watch.reset();
 }
 
 void PulseCaptureGroup::start() {
   ConnectionLock held(connection);
   startedAt = Clock::now();
-  depth = {};
+  isReleased = false;
+  watch.emplace(connection, [this] {
+    connection.assertLocked();
+    samplesStayedAway();
+  });
+  watch->set(patience);
   std::array<Operation, 2> starts;
   for (std::size_t i = 0; i < members.size(); ++i)
-    if (members[i].stream != nullptr) starts[i] = members[i].stream->run();
+    if (members[i].track != nullptr) starts[i] = members[i].track->run();
   for (std::size_t i = 0; i < members.size(); ++i)
-    if (members[i].stream != nullptr) connection.waitFor(starts[i]);
+    if (members[i].track != nullptr) connection.waitFor(starts[i]);
+}
+
+void PulseCaptureGroup::setStreamEnded(std::function<void()> callback) {
+  connection.assertLocked();
+  streamEnded = std::move(callback);
+}
+
+void PulseCaptureGroup::follow(CaptureRole role, const std::string& sourceName,
+                               const std::string& reason) {
+  connection.assertLocked();
+  Member& member = members[static_cast<std::size_t>(role)];
+  if (member.track == nullptr) return;
+  const bool isThere = member.track->sourceName() == sourceName &&
+                       (sourceName.empty() || member.track->isConnected());
+  if (isThere) return;
+  if (sourceName.empty()) tellInterruption(member, reason);
+  member.track->follow(sourceName);
 }
 
 void PulseCaptureGroup::samplesCame(Member& member) {
-  if (!member.isDelivering) {
+  if (!isReleased) {
     if (mayRelease()) release();
-  } else if (member.stream->waiting() >= batch) {
-    for (Member& each : members)
-      if (each.isDelivering) each.stream->deliver();
+    return;
   }
+  member.lastHeard = Clock::now();
+  tellSource(member);
+  if (longestWaiting() >= batch && isComplete()) deliver();
+}
+
+void PulseCaptureGroup::tellSource(Member& member) {
+  if (!member.isToldInterrupted && member.toldSource == member.track->sourceName()) return;
+  member.isToldInterrupted = false;
+  member.toldSource = member.track->sourceName();
+  // In the form of the first device, since that is the recording's.
+  const CaptureForm& form = member.track->form();
+  connection.trace(std::string(member.name) + " comes from " + member.toldSource +
+                   " now; the server brings it to " + std::to_string(form.rate) + " Hz and " +
+                   std::to_string(form.channels.channels) + " channels.");
+}
+
+void PulseCaptureGroup::tellInterruption(Member& member, const std::string& reason) {
+  if (member.isToldInterrupted) return;
+  member.isToldInterrupted = true;
+  connection.trace(std::string(member.name) + " is interrupted: " + reason);
 }
 
 bool PulseCaptureGroup::mayRelease() const {
   if (Clock::now() - startedAt >= patience) return true;
   return std::ranges::all_of(members, [this](const Member& member) {
     connection.assertLocked();
-    return member.stream == nullptr || member.stream->waiting() >= reserve();
+    return member.track == nullptr || member.track->waiting() >= reserve();
   });
 }
 
@@ -65,22 +127,90 @@ bool PulseCaptureGroup::mayRelease() const {
 std::chrono::microseconds PulseCaptureGroup::reserve() const {
   std::chrono::microseconds longest{};
   for (const Member& member : members)
-    if (member.stream != nullptr) longest = std::max(longest, member.stream->reserve());
+    if (member.track != nullptr) longest = std::max(longest, member.track->reserve());
   return longest;
 }
 
+std::chrono::microseconds PulseCaptureGroup::longestWaiting() const {
+  std::chrono::microseconds longest{};
+  for (const Member& member : members)
+    if (member.track != nullptr) longest = std::max(longest, member.track->waiting());
+  return longest;
+}
+
+/// Whatever is late gets silence in front, so that it ends where the others end.
 void PulseCaptureGroup::release() {
-  std::chrono::microseconds deepest = depth;
+  const Clock::time_point now = Clock::now();
+  const auto depth = longestWaiting();
   for (Member& member : members) {
-    if (member.stream == nullptr || member.isDelivering) continue;
-    const std::chrono::microseconds waiting = member.stream->waiting();
-    if (waiting < reserve()) continue;
-    if (waiting < depth) member.stream->deliverSilence(depth - waiting);
-    member.isDelivering = true;
-    member.stream->deliver();
-    deepest = std::max(deepest, waiting);
+    if (member.track == nullptr) continue;
+    const auto waiting = member.track->waiting();
+    if (waiting > 0us && waiting < reserve()) member.track->deliverSilence(depth - waiting);
+    if (waiting > 0us)
+      member.track->beginTimeline();
+    else if (depth > 0us)
+      member.track->beginTimelineLate(now, depth);
+    else
+      member.track->beginTimelineLate(startedAt, depth);
   }
-  depth = deepest;
+  for (Member& member : members) member.lastHeard = now;
+  isReleased = true;
+  deliver();
+}
+
+/// Whether silence stands in for the source's samples.
+bool PulseCaptureGroup::isSilent(const Member& member) const {
+  if (member.track == nullptr || member.track->waiting() > 0us) return false;
+  return member.track->isInterrupted() || Clock::now() - member.lastHeard >= patience;
+}
+
+bool PulseCaptureGroup::isAnySilent() const {
+  return std::ranges::any_of(members, [this](const Member& member) {
+    connection.assertLocked();
+    return isSilent(member);
+  });
+}
+
+/// Whether none has to be waited for.
+bool PulseCaptureGroup::isComplete() const {
+  return std::ranges::all_of(members, [this](const Member& member) {
+    connection.assertLocked();
+    return member.track == nullptr || member.track->waiting() > 0us || isSilent(member);
+  });
+}
+
+void PulseCaptureGroup::deliver() {
+  for (Member& member : members) {
+    if (isSilent(member)) {
+      if (!member.track->isInterrupted()) tellInterruption(member, "No samples come.");
+      member.track->fill();
+    } else if (member.track != nullptr) {
+      member.track->deliver();
+    }
+  }
+  hasWatchExpired = false;
+  watch->set(isAnySilent() ? batch : patience);
+}
+
+/// Silence has to go out before the reserve runs out.
+void PulseCaptureGroup::interrupted() {
+  if (!isReleased || !watch) return;
+  hasWatchExpired = true;
+  watch->set(batch);
+}
+
+void PulseCaptureGroup::samplesStayedAway() {
+  if (!isReleased) {
+    release();
+  } else if (!hasWatchExpired && std::ranges::none_of(members, [this](const Member& member) {
+               connection.assertLocked();
+               return member.track != nullptr && member.track->isInterrupted();
+             })) {
+    hasWatchExpired = true;
+    watch->set(secondLook);
+  } else {
+    deliver();
+  }
 }
 
 }  // namespace quenlor::platform::pulse

@@ -2,9 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <pulse/error.h>
-#include <pulse/proplist.h>
-#include <utility>
 
 namespace quenlor::platform::pulse {
 namespace {
@@ -14,62 +11,48 @@ namespace {
 // when one comes late, and lose more of the recording's end, which stays behind in the server.
 constexpr pa_usec_t fragmentTime = 60'000;
 
-// Two fragments or three. Less breaks the signal when other programs keep all processors busy.
-constexpr std::chrono::milliseconds usualReserve{80};
-
-// Of the 8 kHz of a telephone headset the resampler holds back 77 ms for itself.
-constexpr std::chrono::milliseconds narrowBandReserve{160};
+pa_buffer_attr bufferingFor(const pa_sample_spec& spec) {
+  pa_buffer_attr buffering{};
+  buffering.maxlength = static_cast<std::uint32_t>(-1);
+  buffering.fragsize = static_cast<std::uint32_t>(pa_usec_to_bytes(fragmentTime, &spec));
+  return buffering;
+}
 
 }  // namespace
 
-PulseCaptureStream::PulseCaptureStream(PulseConnection& streamConnection,
-                                       const CaptureSource& source, Receiver samplesReceiver)
-    : connection(streamConnection), name(source.mediaName), receiver(std::move(samplesReceiver)) {
-  ConnectionLock held(connection);
-  try {
-    connect(source);
-  } catch (const PlatformError&) {
-    stream.reset();
-    throw;
-  }
-}
-
-PulseCaptureStream::~PulseCaptureStream() {
-  ConnectionLock held(connection);
-  stream.reset();
+PulseCaptureStream::PulseCaptureStream(PulseConnection& streamConnection, const CaptureForm& form,
+                                       const std::string& sourceName, bool isAtRest,
+                                       Listener& streamListener)
+    : connection(streamConnection), source(sourceName), listener(streamListener) {
+  connection.assertLocked();
+  const pa_sample_spec spec{PA_SAMPLE_FLOAT32NE, form.rate, form.channels.channels};
+  stream.reset(pa_stream_new(connection.context(), form.mediaName.c_str(), &spec, &form.channels));
+  if (stream == nullptr) throw PlatformError(connection.lastError());
+  const pa_buffer_attr buffering = bufferingFor(spec);
+  unsigned flags = PA_STREAM_ADJUST_LATENCY;
+  if (isAtRest) flags |= PA_STREAM_START_CORKED;
+  if (pa_stream_connect_record(stream.get(), sourceName.c_str(), &buffering,
+                               static_cast<pa_stream_flags_t>(flags)) < 0)
+    throw PlatformError(connection.lastError());
+  pa_stream_set_state_callback(stream.get(), &PulseCaptureStream::stateChanged, this);
+  pa_stream_set_moved_callback(stream.get(), &PulseCaptureStream::moved, this);
+  pa_stream_set_suspended_callback(stream.get(), &PulseCaptureStream::suspensionChanged, this);
+  pa_stream_set_read_callback(stream.get(), &PulseCaptureStream::samplesCame, this);
 }
 
 void PulseCaptureStream::Disconnecter::operator()(pa_stream* ending) const {
   pa_stream_set_state_callback(ending, nullptr, nullptr);
+  pa_stream_set_moved_callback(ending, nullptr, nullptr);
+  pa_stream_set_suspended_callback(ending, nullptr, nullptr);
   pa_stream_set_read_callback(ending, nullptr, nullptr);
   pa_stream_disconnect(ending);
   pa_stream_unref(ending);
 }
 
-void PulseCaptureStream::connect(const CaptureSource& source) {
-  const pa_sample_spec spec{PA_SAMPLE_FLOAT32NE, source.rate, source.channels.channels};
-  stream.reset(pa_stream_new(connection.context(), name.c_str(), &spec, &source.channels));
-  if (stream == nullptr) throw PlatformError(connection.lastError());
-  pa_stream_set_state_callback(stream.get(), &PulseCaptureStream::stateChanged, this);
-  pa_stream_set_read_callback(stream.get(), &PulseCaptureStream::samplesCame, this);
-  pa_buffer_attr buffering{};
-  buffering.maxlength = static_cast<std::uint32_t>(-1);
-  buffering.fragsize = static_cast<std::uint32_t>(pa_usec_to_bytes(fragmentTime, &spec));
-  constexpr auto flags =
-      static_cast<pa_stream_flags_t>(PA_STREAM_START_CORKED | PA_STREAM_ADJUST_LATENCY);
-  if (pa_stream_connect_record(stream.get(), source.sourceName.c_str(), &buffering, flags) < 0)
-    throw PlatformError(connection.lastError());
-  connection.waitUntil([this] {
-    connection.assertLocked();
-    return pa_stream_get_state(stream.get()) != PA_STREAM_CREATING;
-  });
-  if (pa_stream_get_state(stream.get()) != PA_STREAM_READY)
-    throw PlatformError(connection.lastError());
-}
-
-void PulseCaptureStream::setReadable(std::function<void()> callback) {
+void PulseCaptureStream::awaitReady() {
   connection.assertLocked();
-  readable = std::move(callback);
+  connection.waitUntil([this] { return pa_stream_get_state(stream.get()) != PA_STREAM_CREATING; });
+  if (hasEnded()) throw PlatformError(connection.lastError());
 }
 
 Operation PulseCaptureStream::run() {
@@ -82,32 +65,9 @@ Operation PulseCaptureStream::run() {
   return Operation(pa_stream_cork(stream.get(), 0, wake, &connection));
 }
 
-std::chrono::microseconds PulseCaptureStream::reserve() const {
-  connection.assertLocked();
-  return pa_stream_get_sample_spec(stream.get())->rate < 16'000 ? narrowBandReserve : usualReserve;
-}
-
-std::chrono::microseconds PulseCaptureStream::waiting() const {
-  connection.assertLocked();
+std::size_t PulseCaptureStream::readable() const {
   const std::size_t bytes = pa_stream_readable_size(stream.get());
-  if (bytes == static_cast<std::size_t>(-1)) return {};
-  return std::chrono::microseconds(
-      pa_bytes_to_usec(bytes, pa_stream_get_sample_spec(stream.get())));
-}
-
-void PulseCaptureStream::deliver() {
-  connection.assertLocked();
-  const std::size_t bytes = pa_stream_readable_size(stream.get());
-  if (bytes == 0 || bytes == static_cast<std::size_t>(-1)) return;
-  samples.resize(bytes);
-  receiver({samples.data(), read(samples)});
-}
-
-void PulseCaptureStream::deliverSilence(std::chrono::microseconds duration) {
-  connection.assertLocked();
-  const auto time = static_cast<pa_usec_t>(duration.count());
-  samples.assign(pa_usec_to_bytes(time, pa_stream_get_sample_spec(stream.get())), std::byte{0});
-  receiver(samples);
+  return bytes == static_cast<std::size_t>(-1) ? 0 : bytes;
 }
 
 std::size_t PulseCaptureStream::read(std::span<std::byte> room) {
@@ -128,19 +88,30 @@ std::size_t PulseCaptureStream::read(std::span<std::byte> room) {
   return done;
 }
 
-void PulseCaptureStream::stateChanged(pa_stream* stream, void* captureStream) {
+void PulseCaptureStream::stateChanged(pa_stream*, void* captureStream) {
   auto& self = *static_cast<PulseCaptureStream*>(captureStream);
   self.connection.assertLocked();
-  // Where the whole connection ended, the connection has said so.
-  if (pa_stream_get_state(stream) == PA_STREAM_FAILED && self.connection.isGood())
-    self.connection.trace("The stream \"" + self.name + "\" ended: " + self.connection.lastError());
+  if (self.hasEnded()) self.listener.streamEnded(self.connection.lastError());
   self.connection.signal();
+}
+
+/// Where a device goes away, the server may take its stream to one of the other kind, a
+/// microphone's to a monitor. (To forbid all moves is no way out: PipeWire then refuses streams.)
+void PulseCaptureStream::moved(pa_stream* stream, void* captureStream) {
+  auto& self = *static_cast<PulseCaptureStream*>(captureStream);
+  const char* const device = pa_stream_get_device_name(stream);
+  if (self.isElsewhere || (device != nullptr && self.source == device)) return;
+  self.isElsewhere = true;
+  self.listener.streamEnded("The server took it to another device.");
+}
+
+void PulseCaptureStream::suspensionChanged(pa_stream*, void* captureStream) {
+  static_cast<PulseCaptureStream*>(captureStream)->listener.samplesWereInterrupted();
 }
 
 void PulseCaptureStream::samplesCame(pa_stream*, std::size_t, void* captureStream) {
   auto& self = *static_cast<PulseCaptureStream*>(captureStream);
-  self.connection.assertLocked();
-  if (self.readable) self.readable();
+  if (!self.isElsewhere) self.listener.samplesCame();
 }
 
 }  // namespace quenlor::platform::pulse

@@ -2,83 +2,81 @@
 
 #include "platform/pulse/PulseConnection.h"
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <pulse/channelmap.h>
 #include <pulse/stream.h>
 #include <span>
 #include <string>
-#include <vector>
 
 namespace quenlor::platform::pulse {
 
-/// Where a capture stream takes its samples from, and how it presents itself.
-struct CaptureSource {
+/// How a capture stream presents itself, and the form in which it takes samples. Where the device
+/// has another rate or other channels, the server converts.
+struct CaptureForm {
   std::string mediaName;
-  std::string sourceName;
   std::uint32_t rate = 0;
   pa_channel_map channels{};
 };
 
-/// A record stream of 32-bit floats, the channels interleaved. It is made at rest, and its samples
-/// wait in it until somebody delivers them.
+/// A record stream of 32-bit floats, the channels interleaved, from one source of the server's.
+///
+/// Everything is called with the connection's lock held, and nothing waits for the server. The
+/// analysis cannot see that this is the same lock as the callers', so the functions assert it
+/// instead of requiring it.
 class PulseCaptureStream {
  public:
-  /// Takes samples in order of time. Runs with the connection's lock held, on its thread; the
-  /// samples are lent for the call.
-  using Receiver = std::function<void(std::span<std::byte> samples)>;
+  /// Is told on the connection's thread; must not destroy the stream while it is.
+  class Listener {
+   public:
+    virtual void samplesCame() = 0;
+    /// Samples may be missing between those that came and those that will come.
+    virtual void samplesWereInterrupted() = 0;
+    virtual void streamEnded(const std::string& reason) = 0;
 
-  /// Connects the stream and waits until it is ready. Throws PlatformError.
-  PulseCaptureStream(PulseConnection& streamConnection, const CaptureSource& source,
-                     Receiver samplesReceiver) EXCLUDES(streamConnection);
+   protected:
+    ~Listener() = default;
+  };
 
-  /// Once this has returned, the receiver is not called any more. Never waits for the server.
-  ~PulseCaptureStream();
-
+  /// Asks the server for a stream that flows at once, or that rests until run(). Throws
+  /// PlatformError where it cannot even be asked.
+  PulseCaptureStream(PulseConnection& streamConnection, const CaptureForm& form,
+                     const std::string& sourceName, bool isAtRest, Listener& streamListener);
   PulseCaptureStream(const PulseCaptureStream&) = delete;
   PulseCaptureStream& operator=(const PulseCaptureStream&) = delete;
 
-  // The rest is called with the connection's lock held. The analysis cannot see that this is the
-  // same lock as its callers', so the functions assert it instead of requiring it.
-
-  /// Whom to call, on the connection's thread, when samples have come.
-  void setReadable(std::function<void()> callback);
+  /// Waits until the stream is ready. Throws PlatformError. For the control thread.
+  void awaitReady();
 
   /// Asks the server to let the samples flow; the answer comes with the operation.
   [[nodiscard]] Operation run();
 
-  /// How much of this source should have come before its first delivery, so that its signal stays
-  /// whole when later samples come late.
-  std::chrono::microseconds reserve() const;
+  bool hasEnded() const {
+    return isElsewhere || !PA_STREAM_IS_GOOD(pa_stream_get_state(stream.get()));
+  }
 
-  /// How long the samples last that wait to be delivered.
-  std::chrono::microseconds waiting() const;
+  /// How many bytes have come and were not read.
+  std::size_t readable() const;
 
-  /// Hands everything that waits to the receiver, in one call.
-  void deliver();
-
-  /// Hands over silence, which is to come before anything that waits.
-  void deliverSilence(std::chrono::microseconds duration);
+  /// Reads as much as there is, at most what was readable. Gives the count of bytes.
+  std::size_t read(std::span<std::byte> room);
 
  private:
   struct Disconnecter {
     void operator()(pa_stream* ending) const;
   };
 
-  void connect(const CaptureSource& source) REQUIRES(connection);
-  std::size_t read(std::span<std::byte> room) REQUIRES(connection);
   static void stateChanged(pa_stream* stream, void* captureStream);
+  static void moved(pa_stream* stream, void* captureStream);
+  static void suspensionChanged(pa_stream* stream, void* captureStream);
   static void samplesCame(pa_stream* stream, std::size_t bytes, void* captureStream);
 
   PulseConnection& connection;
-  const std::string name;
-  const Receiver receiver;
-  std::function<void()> readable GUARDED_BY(connection);
-  std::vector<std::byte> samples GUARDED_BY(connection);
-  std::unique_ptr<pa_stream, Disconnecter> stream GUARDED_BY(connection);
+  const std::string source;
+  Listener& listener;
+  bool isElsewhere = false;
+  std::unique_ptr<pa_stream, Disconnecter> stream;
 };
 
 }  // namespace quenlor::platform::pulse

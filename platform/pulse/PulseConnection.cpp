@@ -67,21 +67,34 @@ PulseConnection::~PulseConnection() {
 
 void PulseConnection::open() {
   ConnectionLock held(*this);
-  const std::unique_ptr<pa_proplist, decltype(&pa_proplist_free)> properties(pa_proplist_new(),
-                                                                             &pa_proplist_free);
-  pa_proplist_sets(properties.get(), PA_PROP_APPLICATION_ID, applicationID);
-  serverContext.reset(pa_context_new_with_proplist(pa_threaded_mainloop_get_api(mainloop.get()),
-                                                   applicationName, properties.get()));
-  if (serverContext == nullptr) throw PlatformError("Out of memory.");
-  pa_context_set_state_callback(context(), &PulseConnection::stateChanged, this);
-  if (pa_context_connect(context(), nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0)
-    throw PlatformError(lastError());
+  connect();
   if (pa_threaded_mainloop_start(mainloop.get()) < 0)
     throw PlatformError("Its client's thread could not be started.");
   waitUntil([this] {
     assertLocked();
     return wasReady;
   });
+}
+
+void PulseConnection::connect() {
+  const std::unique_ptr<pa_proplist, decltype(&pa_proplist_free)> properties(pa_proplist_new(),
+                                                                             &pa_proplist_free);
+  pa_proplist_sets(properties.get(), PA_PROP_APPLICATION_ID, applicationID);
+  pa_context* const fresh =
+      pa_context_new_with_proplist(loopInterface(), applicationName, properties.get());
+  if (fresh == nullptr) throw PlatformError("Out of memory.");
+  serverContext.reset(fresh);
+  pa_context_set_state_callback(context(), &PulseConnection::stateChanged, this);
+  if (pa_context_connect(context(), nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0)
+    throw PlatformError(lastError());
+}
+
+void PulseConnection::reopen() {
+  try {
+    connect();
+  } catch (const PlatformError&) {
+    // As any attempt that comes to nothing: whoever makes them makes another.
+  }
 }
 
 void PulseConnection::close() {
@@ -92,9 +105,13 @@ void PulseConnection::close() {
 void PulseConnection::stateChanged(pa_context*, void* connection) {
   auto& self = *static_cast<PulseConnection*>(connection);
   self.assertLocked();
-  if (pa_context_get_state(self.context()) == PA_CONTEXT_READY) self.wasReady = true;
-  if (self.wasReady && !self.isGood())
+  const bool hasEnded = !self.isGood();
+  if (self.isReady()) self.wasReady = true;
+  if (hasEnded && self.wasReady) {
+    self.wasReady = false;
     self.trace("The sound server ended the connection: " + self.lastError());
+  }
+  if (self.stateListener && (hasEnded || self.isReady())) self.stateListener();
   self.signal();
 }
 

@@ -10,6 +10,7 @@
 #include <pulse/operation.h>
 #include <pulse/thread-mainloop.h>
 #include <string>
+#include <utility>
 
 namespace quenlor::platform::pulse {
 
@@ -50,6 +51,18 @@ class CAPABILITY("connection") PulseConnection {
 
   pa_context* context() REQUIRES(this) { return serverContext.get(); }
   bool isGood() REQUIRES(this) { return PA_CONTEXT_IS_GOOD(pa_context_get_state(context())); }
+  bool isReady() REQUIRES(this) { return pa_context_get_state(context()) == PA_CONTEXT_READY; }
+  pa_mainloop_api* loopInterface() { return pa_threaded_mainloop_get_api(mainloop.get()); }
+
+  /// Whom to call, on the connection's thread, each time the connection got ready or ended. The
+  /// callback must not reopen() the connection.
+  void setStateListener(std::function<void()> callback) REQUIRES(this) {
+    stateListener = std::move(callback);
+  }
+
+  /// Gives up what there is of a connection and reaches for the server anew, without waiting.
+  /// Whatever was made on the old connection is dead and may be destroyed at any time.
+  void reopen() REQUIRES(this);
 
   /// Why the last call failed, as one sentence.
   std::string lastError() REQUIRES(this);
@@ -79,6 +92,7 @@ class CAPABILITY("connection") PulseConnection {
   };
 
   void open();
+  void connect() REQUIRES(this);
   void close();
   static void stateChanged(pa_context* context, void* connection);
 
@@ -86,6 +100,8 @@ class CAPABILITY("connection") PulseConnection {
   std::chrono::nanoseconds timeLeft = answerTime;
   std::unique_ptr<pa_threaded_mainloop, MainloopEnder> mainloop;
   std::unique_ptr<pa_context, ContextCloser> serverContext GUARDED_BY(this);
+  std::function<void()> stateListener GUARDED_BY(this);
+  // Whether this connection has been ready and its end has not been told yet.
   bool wasReady GUARDED_BY(this) = false;
 };
 

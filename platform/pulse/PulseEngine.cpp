@@ -41,32 +41,32 @@ void PulseEngine::installTap(std::uint32_t, std::uint32_t, const AudioFormat& fo
 
 void PulseEngine::removeTap(std::uint32_t) {
   ConnectionLock held(connection);
-  if (stream != nullptr) stream->deliver();  // What was held back is still of this recording.
+  if (track != nullptr) track->finish();
   tap.reset();
 }
 
 void PulseEngine::start() {
-  if (stream != nullptr) return;
+  if (track != nullptr) return;
   if (!input) throw PlatformError("The microphone could not be started: there is none.");
   try {
-    stream = std::make_unique<PulseCaptureStream>(
-        connection, CaptureSource{"Microphone", input->name, input->rate, input->channels},
-        [this](std::span<std::byte> samples) {
-          connection.assertLocked();
-          deliver(samples);
-        });
+    track = std::make_unique<CaptureTrack>(connection,
+                                           CaptureForm{"Microphone", input->rate, input->channels},
+                                           input->name, [this](std::span<std::byte> samples) {
+                                             connection.assertLocked();
+                                             deliver(samples);
+                                           });
   } catch (const PlatformError& error) {
     const std::string message = std::string("The microphone could not be started: ") + error.what();
     connection.trace(message);
     throw PlatformError(message);
   }
-  group.add(CaptureRole::microphone, *stream);
+  group.add(CaptureRole::microphone, *track);
 }
 
 void PulseEngine::stop() {
-  if (stream == nullptr) return;
+  if (track == nullptr) return;
   group.remove(CaptureRole::microphone);
-  stream.reset();
+  track.reset();
 }
 
 void PulseEngine::deliver(std::span<std::byte> samples) {

@@ -10,7 +10,7 @@
 namespace quenlor::platform::pulse {
 
 /// The microphone: the server's default source at its own rate and channels, unless that is the
-/// monitor of an output.
+/// monitor of an output. Later default sources are brought to that form by the server.
 ///
 /// start() makes the stream, but samples flow only once the group starts: the two sources of a
 /// recording start together.
@@ -26,7 +26,7 @@ class PulseEngine final : public AudioEngine {
   void removeTap(std::uint32_t bus) override;
   void prepare() override {}
   void start() override;
-  bool isRunning() const override { return stream != nullptr; }
+  bool isRunning() const override { return track != nullptr; }
   void stop() override;
 
  private:
@@ -41,7 +41,7 @@ class PulseEngine final : public AudioEngine {
   PulseCaptureGroup& group;
   std::optional<SourceInfo> input;
   std::optional<Tap> tap GUARDED_BY(connection);
-  std::unique_ptr<PulseCaptureStream> stream;
+  std::unique_ptr<CaptureTrack> track;
 };
 
 }  // namespace quenlor::platform::pulse

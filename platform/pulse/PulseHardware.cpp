@@ -148,7 +148,7 @@ OSStatus PulseHardware::destroyIOProcID(AudioObjectID deviceID, AudioDeviceIOPro
 OSStatus PulseHardware::startDevice(AudioObjectID deviceID, AudioDeviceIOProcID ioProcID) {
   return attempt("start a device", [&] {
     IOProc& ioProc = ioProcWith(deviceID, ioProcID);
-    if (ioProc.stream == nullptr) start(tapOf(deviceWith(deviceID)), ioProc);
+    if (ioProc.track == nullptr) start(tapOf(deviceWith(deviceID)), ioProc);
   });
 }
 
@@ -159,13 +159,13 @@ OSStatus PulseHardware::stopDevice(AudioObjectID deviceID, AudioDeviceIOProcID i
 void PulseHardware::start(const Tap& tap, IOProc& ioProc) {
   pa_channel_map stereo;
   pa_channel_map_init_stereo(&stereo);
-  ioProc.stream = std::make_unique<PulseCaptureStream>(
-      connection, CaptureSource{tap.name, tap.sink.monitorName, tap.sink.rate, stereo},
+  ioProc.track = std::make_unique<CaptureTrack>(
+      connection, CaptureForm{tap.name, tap.sink.rate, stereo}, tap.sink.monitorName,
       [&ioProc](std::span<std::byte> samples) {
         const AudioBuffer buffer{2, static_cast<std::uint32_t>(samples.size()), samples.data()};
         ioProc.queue->sync([&ioProc, &buffer] { ioProc.block({&buffer, 1}); });
       });
-  group.add(CaptureRole::system, *ioProc.stream);
+  group.add(CaptureRole::system, *ioProc.track);
   try {
     group.start();
   } catch (const PlatformError&) {
@@ -173,16 +173,18 @@ void PulseHardware::start(const Tap& tap, IOProc& ioProc) {
     throw;
   }
   connection.renewAnswerTime();
+  supervisor.start();
 }
 
 void PulseHardware::stop(IOProc& ioProc) {
-  if (ioProc.stream == nullptr) return;
+  if (ioProc.track == nullptr) return;
+  supervisor.stop();
   {
     ConnectionLock held(connection);
-    ioProc.stream->deliver();  // What was held back is still of this recording.
+    ioProc.track->finish();
   }
   group.remove(CaptureRole::system);
-  ioProc.stream.reset();
+  ioProc.track.reset();
 }
 
 AudioObjectID PulseHardware::tapWithUID(const std::string& uid) const {

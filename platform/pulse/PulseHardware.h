@@ -3,6 +3,7 @@
 #include "platform/AudioHardware.h"
 #include "platform/pulse/PulseCaptureGroup.h"
 #include "platform/pulse/PulseServerInfo.h"
+#include "platform/pulse/PulseSupervisor.h"
 
 #include <functional>
 #include <map>
@@ -21,11 +22,13 @@ inline constexpr OSStatus notRunningError = static_cast<OSStatus>(fourCharCode("
 /// aggregate device with the tap in its list records from that.
 ///
 /// The server knows nothing of these objects until a device starts: then there is one record
-/// stream, named after the tap. A failure leaves one line in the trace with its cause.
+/// stream, named after the tap, which from then on follows the default output. A failure leaves one
+/// line in the trace with its cause.
 class PulseHardware final : public AudioHardware {
  public:
-  PulseHardware(PulseConnection& hardwareConnection, PulseCaptureGroup& hardwareGroup)
-      : connection(hardwareConnection), group(hardwareGroup) {}
+  PulseHardware(PulseConnection& hardwareConnection, PulseCaptureGroup& hardwareGroup,
+                PulseSupervisor& hardwareSupervisor)
+      : connection(hardwareConnection), group(hardwareGroup), supervisor(hardwareSupervisor) {}
 
   OSStatus createProcessTap(const TapDescription& description, AudioObjectID& tapID) override;
   OSStatus destroyProcessTap(AudioObjectID tapID) override;
@@ -49,12 +52,12 @@ class PulseHardware final : public AudioHardware {
     SinkInfo sink;
   };
 
-  /// The one IO block of a device; its stream exists while the device runs.
+  /// The one IO block of a device; its track exists while the device runs.
   struct IOProc {
     AudioDeviceIOProcID id;
     std::shared_ptr<DispatchQueue> queue;
     IOBlock block;
-    std::unique_ptr<PulseCaptureStream> stream;
+    std::unique_ptr<CaptureTrack> track;
   };
 
   struct AggregateDevice {
@@ -75,6 +78,7 @@ class PulseHardware final : public AudioHardware {
 
   PulseConnection& connection;
   PulseCaptureGroup& group;
+  PulseSupervisor& supervisor;
   AudioObjectID lastID = kAudioObjectSystemObject;
   std::map<AudioObjectID, std::string> outputDevices;
   std::map<AudioObjectID, Tap> taps;

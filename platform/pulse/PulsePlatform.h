@@ -35,7 +35,8 @@ class PulsePlatform final : public AudioPlatform, private CaptureDevice {
 
     PulseConnection connection;
     PulseCaptureGroup group{connection};
-    PulseHardware hardware{connection, group};
+    PulseSupervisor supervisor{connection, group};
+    PulseHardware hardware{connection, group, supervisor};
   };
 
   // A desktop asks nobody before a program records.

@@ -1,22 +1,16 @@
 #include "platform/pulse/PulseServerInfo.h"
 
 #include <optional>
-#include <pulse/introspect.h>
 
 namespace quenlor::platform::pulse {
 namespace {
 
 void keep(pa_context*, const pa_sink_info* info, int endOfList, void* answer) {
-  if (endOfList != 0) return;
-  *static_cast<std::optional<SinkInfo>*>(answer) =
-      SinkInfo{info->name, info->monitor_source_name, info->sample_spec.rate};
+  if (endOfList == 0) *static_cast<std::optional<SinkInfo>*>(answer) = sinkInfo(*info);
 }
 
 void keep(pa_context*, const pa_source_info* info, int endOfList, void* answer) {
-  if (endOfList != 0) return;
-  *static_cast<std::optional<SourceInfo>*>(answer) =
-      SourceInfo{info->name, info->sample_spec.rate, info->channel_map,
-                 info->monitor_of_sink != PA_INVALID_INDEX};
+  if (endOfList == 0) *static_cast<std::optional<SourceInfo>*>(answer) = sourceInfo(*info);
 }
 
 /// The callback that ends a query: the last of its calls says that the list has ended.
@@ -43,6 +37,15 @@ Info finish(PulseConnection& connection, const Query<Info>& query, const Operati
 }
 
 }  // namespace
+
+SinkInfo sinkInfo(const pa_sink_info& info) {
+  return {info.name, info.monitor_source_name, info.sample_spec.rate};
+}
+
+SourceInfo sourceInfo(const pa_source_info& info) {
+  return {info.name, info.sample_spec.rate, info.channel_map,
+          info.monitor_of_sink != PA_INVALID_INDEX};
+}
 
 SinkInfo querySink(PulseConnection& connection, const std::string& name) {
   ConnectionLock held(connection);

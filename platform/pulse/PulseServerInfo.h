@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <pulse/channelmap.h>
+#include <pulse/introspect.h>
 #include <string>
 
 namespace quenlor::platform::pulse {
@@ -27,6 +28,10 @@ struct SourceInfo {
   /// Carries what an output plays, so it is no microphone.
   bool isMonitor = false;
 };
+
+/// What the server's answer says.
+SinkInfo sinkInfo(const pa_sink_info& info);
+SourceInfo sourceInfo(const pa_source_info& info);
 
 /// Asks the server about a device. Throws PlatformError where there is none of that name or the
 /// server does not answer. Called from the control thread, without the connection's lock.

@@ -167,6 +167,8 @@ void expectDeathInTheWorkOf(const std::function<std::thread(VirtualPlatform&)>& 
   held.released.set_value();
   if (device.joinable()) device.join();
   EXPECT_EQ(awaited(held.engineDied), work);
+  // What the engine forwards to dies after it, and has to do so before the platform.
+  while (platform.ledger()->alive(ObjectKind::engine) != 0) std::this_thread::yield();
 }
 
 TEST(SessionLastReference, MayDieAsWorkOfTheCallbackQueue) {

@@ -1,0 +1,67 @@
+#include "platform/pulse/CaptureTimeline.h"
+
+#include <algorithm>
+
+namespace quenlor::platform::pulse {
+namespace {
+
+using namespace std::chrono_literals;
+
+// After an interruption a server may send at once what it had kept, or pause again, so the clock
+// rules for a while; but samples come in portions, so it does not rule to the last millisecond.
+constexpr auto settlingTime = 1s;
+constexpr auto tolerance = 60ms;
+
+// A whole number of frames at the usual rates, so that no roundings add up.
+constexpr CaptureTimeline::Duration silencePiece = 20ms;
+
+}  // namespace
+
+void CaptureTimeline::beginLate(Clock::time_point time, Duration owedThen) {
+  hasBegun = isInterrupted = true;
+  since = time;
+  owed = owedThen;
+}
+
+CaptureTimeline::Duration CaptureTimeline::place(Clock::time_point now, Duration length) {
+  const Duration due = dueAt(now) - length;
+  since = now;
+  owed = {};
+  if (isInterrupted) {
+    isInterrupted = false;
+    settledAt = now + settlingTime;
+    return correct(due, length);
+  }
+  if (now >= settledAt) return {};
+  if (std::chrono::abs(due) > tolerance) return correct(due, length);
+  owed = due;
+  return {};
+}
+
+CaptureTimeline::Duration CaptureTimeline::correct(Duration due, Duration length) {
+  const Duration correction = std::max(due, -length);
+  owed = due - correction;
+  return correction;
+}
+
+CaptureTimeline::Duration CaptureTimeline::fill(Clock::time_point now) {
+  interrupt();
+  const Duration due = dueAt(now);
+  return pay(due - due % silencePiece);
+}
+
+CaptureTimeline::Duration CaptureTimeline::finish(Clock::time_point now) {
+  return isInterrupted ? pay(dueAt(now)) : Duration::zero();
+}
+
+CaptureTimeline::Duration CaptureTimeline::dueAt(Clock::time_point time) const {
+  return owed + std::chrono::duration_cast<Duration>(time - since);
+}
+
+CaptureTimeline::Duration CaptureTimeline::pay(Duration due) {
+  if (due <= Duration::zero()) return {};
+  owed -= due;
+  return due;
+}
+
+}  // namespace quenlor::platform::pulse

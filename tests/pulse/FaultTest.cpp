@@ -1,0 +1,244 @@
+#include "tests/conversation/Conversation.h"
+#include "tests/support/WaveFile.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <csignal>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace quenlor::test {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr double recordedRate = 48000;
+
+// How far the length of a silence may be off, in seconds, on a busy machine: by what one source was
+// ahead of the other, and by the portions in which samples end and come again.
+constexpr double tolerance = 0.15;
+
+// How long a switch of devices may be heard as silence, on a busy machine.
+constexpr double longestSwitch = 0.4;
+
+// What is on its way through the server at the time of a fault is lost with it.
+constexpr double onTheWay = 0.12;
+
+/// A stretch in seconds from the beginning of the recording.
+struct Stretch {
+  double begin;
+  double end;
+  double length() const { return end - begin; }
+};
+
+/// Where a source is silent for longer than a tone ever is.
+std::vector<Stretch> silencesIn(const std::vector<float>& samples) {
+  constexpr double shortest = 0.015;
+  std::vector<Stretch> silences;
+  std::size_t begin = 0;
+  for (std::size_t i = 0; i <= samples.size(); ++i) {
+    if (i < samples.size() && std::abs(samples[i]) < 0.005F) continue;
+    const Stretch silence{static_cast<double>(begin) / recordedRate,
+                          static_cast<double>(i) / recordedRate};
+    if (silence.length() >= shortest) silences.push_back(silence);
+    begin = i + 1;
+  }
+  return silences;
+}
+
+std::string runPactl(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), "pactl");
+  ChildOptions options;
+  options.arguments = std::move(arguments);
+  ChildProcess pactl("/usr/bin/env", options);
+  EXPECT_EQ(pactl.waitForExit(), 0) << pactl.standardError();
+  return pactl.standardOutput();
+}
+
+/// A recording from a server that has faults while it runs.
+class ServerFault : public Conversation {
+ protected:
+  ServerFault() {
+    awaitReady(child);
+    begin = Clock::now();
+    std::this_thread::sleep_for(1500ms);
+  }
+
+  /// The time since the ready line, in seconds: where in the recording what happens now belongs.
+  double now() const { return std::chrono::duration<double>(Clock::now() - begin).count(); }
+
+  static pid_t server() {
+    return std::stoi(readFile(std::filesystem::path(std::getenv("HOME")) / "pid"));
+  }
+
+  static void restartServer() {
+    ASSERT_EQ(kill(std::atoi(std::getenv("PRIVATE_SERVER_SCRIPT")), SIGUSR1), 0);
+  }
+
+  /// Stops, and takes the recording apart: system audio is on the left channel alone.
+  void stop() {
+    const double length = now();
+    child.write("stop\n");
+    const int status = child.waitForExit(1s);
+    errors = child.standardError();
+    expectRecording({status, child.standardOutput(), errors}, output);
+    const WaveFile wave = readWaveFile(output);
+    EXPECT_NEAR(wave.durationSeconds(), length, 0.2) << errors;
+    microphone = silencesIn(wave.right);
+    std::vector<float> difference = wave.left;
+    for (std::size_t i = 0; i < difference.size(); ++i) difference[i] -= wave.right[i];
+    system = silencesIn(difference);
+    end = wave.durationSeconds();
+    // A source may have slept at the beginning. At the end, one may be longer than the other.
+    const auto isAtAnEnd = [this](const Stretch& each) {
+      return (each.begin == 0 && each.end < 1) || each.begin > end - 0.2;
+    };
+    std::erase_if(system, isAtAnEnd);
+    std::erase_if(microphone, isAtAnEnd);
+  }
+
+  static void expectLoss(const Stretch& silence, double at) {
+    EXPECT_GT(silence.begin, at - onTheWay);
+    EXPECT_LT(silence.begin, at + 0.05);
+  }
+
+  /// The source fell silent at that time, for that long in all, and not long after that.
+  void expectSilence(const std::vector<Stretch>& silences, double at, double length) {
+    ASSERT_FALSE(silences.empty()) << errors;
+    expectLoss(silences.front(), at);
+    EXPECT_NEAR(total(silences), length, tolerance) << describe(silences) << errors;
+    EXPECT_NEAR(silences.back().end, at + length, tolerance) << describe(silences) << errors;
+  }
+
+  /// The source fell silent at that time at first, and is heard at the end.
+  void expectReturn(const std::vector<Stretch>& silences, double from) {
+    ASSERT_FALSE(silences.empty()) << errors;
+    expectLoss(silences.front(), from);
+    EXPECT_LT(silences.back().end, end - 0.3) << describe(silences) << errors;
+  }
+
+  static double total(const std::vector<Stretch>& silences) {
+    double sum = 0;
+    for (const Stretch& each : silences) sum += each.length();
+    return sum;
+  }
+
+  static std::string describe(const std::vector<Stretch>& silences) {
+    std::string text;
+    for (const Stretch& each : silences)
+      text += std::to_string(each.begin) + " to " + std::to_string(each.end) + " s\n";
+    return text;
+  }
+
+  std::size_t traceLinesWith(const std::string& text) const {
+    const std::vector<std::string> lines = linesOf(errors);
+    return static_cast<std::size_t>(std::ranges::count_if(
+        lines, [&text](const auto& line) { return line.find(text) != std::string::npos; }));
+  }
+
+  ChildProcess child = launch();
+  Clock::time_point begin;
+  std::string errors;
+  std::vector<Stretch> system;
+  std::vector<Stretch> microphone;
+  double end = 0;
+};
+
+class ServerRestart : public ServerFault, public testing::WithParamInterface<int> {};
+
+TEST_P(ServerRestart, IsBridgedBySilenceOfItsLength) {
+  const double killedAt = now();
+  ASSERT_EQ(kill(server(), SIGKILL), 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(GetParam()));
+  restartServer();
+  std::this_thread::sleep_for(6s);
+  stop();
+  expectReturn(system, killedAt);
+  expectReturn(microphone, killedAt);
+  EXPECT_EQ(traceLinesWith("sound server"), 2u) << errors;
+  EXPECT_LE(traceLinesWith("comes from") + traceLinesWith("interrupted"), 8u) << errors;
+}
+
+INSTANTIATE_TEST_SUITE_P(Soon, ServerRestart, testing::Values(200, 2000));
+INSTANTIATE_TEST_SUITE_P(Late, ServerRestart, testing::Values(20000));
+
+TEST_F(ServerFault, HangIsBridgedBySilenceOfItsLength) {
+  const double hangsAt = now();
+  ASSERT_EQ(kill(server(), SIGSTOP), 0);
+  std::this_thread::sleep_for(3s);
+  ASSERT_EQ(kill(server(), SIGCONT), 0);
+  std::this_thread::sleep_for(1500ms);
+  stop();
+  expectSilence(system, hangsAt, 3);
+  expectSilence(microphone, hangsAt, 3);
+}
+
+class ServerSuspension : public ServerFault {};
+
+TEST_F(ServerSuspension, OfTheOutputLeavesTheMicrophoneWhole) {
+  const double suspendedAt = now();
+  runPactl({"suspend-sink", "speakers", "1"});
+  std::this_thread::sleep_for(2s);
+  const double resumedAt = now();
+  runPactl({"suspend-sink", "speakers", "0"});
+  std::this_thread::sleep_for(1500ms);
+  stop();
+  expectSilence(system, suspendedAt, resumedAt - suspendedAt);
+  EXPECT_TRUE(microphone.empty()) << describe(microphone);
+}
+
+TEST_F(ServerFault, MonitorIsNeverTakenForTheMicrophone) {
+  const double lostAt = now();
+  runPactl({"set-default-source", "speakers.monitor"});
+  std::this_thread::sleep_for(1500ms);
+  const double backAt = now();
+  runPactl({"set-default-source", "microphone"});
+  std::this_thread::sleep_for(1500ms);
+  stop();
+  // The server may move the output's stream as well, since its source was the default.
+  EXPECT_LE(total(system), 2 * longestSwitch) << describe(system) << errors;
+  // A microphone that nobody listened to may take its time to wake up.
+  const auto longest = std::ranges::max_element(microphone, {}, &Stretch::length);
+  ASSERT_NE(longest, microphone.end()) << errors;
+  expectLoss(*longest, lostAt);
+  EXPECT_GT(longest->end, backAt - onTheWay) << describe(microphone) << errors;
+  EXPECT_LT(longest->end, end - 0.3) << describe(microphone) << errors;
+  EXPECT_EQ(traceLinesWith("The microphone is interrupted"), 1u) << errors;
+}
+
+// Last of its kind: a server may move the private server's listeners along with the default device.
+TEST_F(ServerFault, DefaultDevicesAreFollowed) {
+  runPactl({"set-default-sink", "headphones"});
+  std::this_thread::sleep_for(1500ms);
+  runPactl({"set-default-source", "headset"});
+  std::this_thread::sleep_for(1500ms);
+  stop();
+  runPactl({"set-default-sink", "speakers"});
+  runPactl({"set-default-source", "microphone"});
+  for (const auto* silences : {&system, &microphone}) {
+    EXPECT_LE(total(*silences), longestSwitch) << describe(*silences) << errors;
+  }
+  EXPECT_EQ(traceLinesWith("System audio comes from headphones.monitor now"), 1u);
+  EXPECT_EQ(traceLinesWith("The microphone comes from headset now"), 1u);
+}
+
+class ServerRemoval : public ServerFault {};
+
+TEST_F(ServerRemoval, OutputIsReplacedByTheNextDefault) {
+  const std::string modules = runPactl({"list", "short", "modules"});
+  for (const std::string& line : linesOf(modules))
+    if (line.find("sink_name=speakers ") != std::string::npos)
+      runPactl({"unload-module", line.substr(0, line.find('\t'))});
+  runPactl({"set-default-sink", "headphones"});
+  std::this_thread::sleep_for(2s);
+  stop();
+  EXPECT_LE(total(system), 2 * longestSwitch) << describe(system) << errors;
+  EXPECT_EQ(traceLinesWith("System audio comes from headphones.monitor now"), 1u) << errors;
+  EXPECT_EQ(traceLinesWith("The microphone comes"), 0u) << errors;
+}
+
+}  // namespace
+}  // namespace quenlor::test
