@@ -61,6 +61,6 @@ class AudioPlatform {
 using TraceSink = std::function<void(const std::string& message)>;
 
 /// Makes the host that this program was linked with.
-std::unique_ptr<AudioPlatform> makeAudioPlatform(TraceSink trace);
+std::unique_ptr<AudioPlatform> makeAudioPlatform(const TraceSink& trace);
 
 }  // namespace quenlor::platform

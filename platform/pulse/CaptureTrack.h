@@ -33,7 +33,7 @@ class CaptureTrack final : private PulseCaptureStream::Listener {
                const std::string& sourceName, Receiver samplesReceiver) EXCLUDES(trackConnection);
 
   /// Once this has returned, the receiver is not called any more. Never waits for the server.
-  ~CaptureTrack();
+  ~CaptureTrack() override;
 
   CaptureTrack(const CaptureTrack&) = delete;
   CaptureTrack& operator=(const CaptureTrack&) = delete;

@@ -30,13 +30,11 @@ class PulseCaptureStream {
   /// Is told on the connection's thread; must not destroy the stream while it is.
   class Listener {
    public:
+    virtual ~Listener() = default;
     virtual void samplesCame() = 0;
     /// Samples may be missing between those that came and those that will come.
     virtual void samplesWereInterrupted() = 0;
     virtual void streamEnded(const std::string& reason) = 0;
-
-   protected:
-    ~Listener() = default;
   };
 
   /// Asks the server for a stream that flows at once, or that rests until run(). Throws

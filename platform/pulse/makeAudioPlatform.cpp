@@ -1,11 +1,9 @@
 #include "platform/pulse/PulsePlatform.h"
 
-#include <utility>
-
 namespace quenlor::platform {
 
-std::unique_ptr<AudioPlatform> makeAudioPlatform(TraceSink trace) {
-  return std::make_unique<pulse::PulsePlatform>(std::move(trace));
+std::unique_ptr<AudioPlatform> makeAudioPlatform(const TraceSink& trace) {
+  return std::make_unique<pulse::PulsePlatform>(trace);
 }
 
 }  // namespace quenlor::platform

@@ -2,13 +2,12 @@
 
 #include "platform/AudioPlatform.h"
 
-#include <utility>
 
 namespace quenlor::platform::virtualhost {
 
 VirtualEngine::VirtualEngine(StreamDriver& streamDriver, CallLedger& callLedger,
                              std::optional<AudioFormat> deviceFormat)
-    : driver(streamDriver), ledger(callLedger), format(std::move(deviceFormat)) {
+    : driver(streamDriver), ledger(callLedger), format(deviceFormat) {
   ledger.noteCreated(ObjectKind::engine);
 }
 
