@@ -2,6 +2,7 @@
 
 #include "platform/AudioPlatform.h"
 
+#include <utility>
 
 namespace quenlor::platform::virtualhost {
 
