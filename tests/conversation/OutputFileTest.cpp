@@ -105,6 +105,8 @@ TEST_F(OutputFile, IsRefusedWhereItCannotBeMade) {
            here + "/dangling/recording.wav",
            here + "/empty/..",
            here + "/empty/.",
+           here + "/missing/..",
+           here + "/missing/recording.wav/.",
            here + "/file\\u0000.wav",
            here + "/new\\u0000/recording.wav",
            std::string(),

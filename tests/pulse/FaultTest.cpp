@@ -1,4 +1,5 @@
 #include "tests/conversation/Conversation.h"
+#include "tests/pulse/Pactl.h"
 #include "tests/support/WaveFile.h"
 
 #include <algorithm>
@@ -47,15 +48,6 @@ std::vector<Stretch> silencesIn(const std::vector<float>& samples) {
     begin = i + 1;
   }
   return silences;
-}
-
-std::string runPactl(std::vector<std::string> arguments) {
-  arguments.insert(arguments.begin(), "pactl");
-  ChildOptions options;
-  options.arguments = std::move(arguments);
-  ChildProcess pactl("/usr/bin/env", options);
-  EXPECT_EQ(pactl.waitForExit(), 0) << pactl.standardError();
-  return pactl.standardOutput();
 }
 
 /// A recording from a server that has faults while it runs.

@@ -1,11 +1,16 @@
 #include "tests/conversation/Conversation.h"
+#include "tests/pulse/Pactl.h"
 #include "tests/support/Tone.h"
 #include "tests/support/WaveFile.h"
 
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <optional>
 #include <span>
 #include <thread>
 
@@ -23,15 +28,6 @@ constexpr double systemHertz = 997;
 constexpr double microphoneHertz = 440;
 constexpr double playedAmplitude = 0.25;
 constexpr double recordedRate = 48000;
-
-std::string runPactl(std::vector<std::string> arguments) {
-  arguments.insert(arguments.begin(), "pactl");
-  ChildOptions options;
-  options.arguments = std::move(arguments);
-  ChildProcess pactl("/usr/bin/env", options);
-  EXPECT_EQ(pactl.waitForExit(), 0) << pactl.standardError();
-  return pactl.standardOutput();
-}
 
 /// The two sources of a recording, told apart by how they are played.
 struct Sources {
@@ -64,19 +60,68 @@ void expectTone(const std::vector<float>& samples, double hertz, std::chrono::mi
 
 class ServerRecording : public Conversation {};
 
+/// A bare recorder beside the program: what it hears broken, the server has broken.
+class Control {
+ public:
+  Control(const std::string& source, int rate, int channels, std::filesystem::path samplesFile)
+      : file(std::move(samplesFile)), rateInHertz(rate), step(channels) {
+    ChildOptions options;
+    options.arguments = {"parec",
+                         "--raw",
+                         "--format=float32le",
+                         "--latency-msec=40",
+                         "--device=" + source,
+                         "--rate=" + std::to_string(rate),
+                         "--channels=" + std::to_string(channels),
+                         file.string()};
+    recorder.emplace("/usr/bin/env", options);
+  }
+
+  /// Ends the recorder. Whether the tone on its first channel was whole after the first 0.5 s.
+  bool heardWhole(double hertz) {
+    recorder->sendSignal(SIGTERM);
+    recorder->waitForExit();
+    const std::string bytes = readFile(file);
+    std::vector<float> samples(bytes.size() / sizeof(float));
+    std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
+    std::vector<float> channel;
+    for (std::size_t i = 0; i < samples.size(); i += static_cast<std::size_t>(step))
+      channel.push_back(samples[i]);
+    const auto settled = static_cast<std::size_t>(rateInHertz / 2);
+    return channel.size() > 2 * settled &&
+           findBreaks(std::span(channel).subspan(settled), hertz, rateInHertz, 0.0005).empty();
+  }
+
+ private:
+  const std::filesystem::path file;
+  const int rateInHertz;
+  const int step;
+  std::optional<ChildProcess> recorder;
+};
+
+// A server that is short of time breaks the tones for everybody. So a recording counts only where
+// bare recorders beside it heard both tones whole.
 TEST_F(ServerRecording, HoldsBothTonesWhole) {
-  ChildProcess child = launch();
-  ASSERT_NO_FATAL_FAILURE(awaitReady(child));
-  const auto ready = Clock::now();
-  std::this_thread::sleep_for(3s);
-  const std::chrono::duration<double> recorded = Clock::now() - ready;
-  child.write("stop\n");
-  expectRecording(finish(child), output);
-  const WaveFile wave = readWaveFile(output);
-  EXPECT_NEAR(wave.durationSeconds(), recorded.count(), 0.1);
-  const Sources sources = sourcesOf(wave);
-  expectTone(sources.system, systemHertz, 500ms);
-  expectTone(sources.microphone, microphoneHertz, 500ms);
+  for (int attempt = 0; attempt < 8; ++attempt) {
+    Control system("speakers.monitor", 44100, 2, folder / "system");
+    Control microphone("microphone", 16000, 1, folder / "microphone");
+    ChildProcess child = launch();
+    ASSERT_NO_FATAL_FAILURE(awaitReady(child));
+    const auto ready = Clock::now();
+    std::this_thread::sleep_for(3s);
+    const std::chrono::duration<double> recorded = Clock::now() - ready;
+    child.write("stop\n");
+    expectRecording(finish(child), output);
+    const bool systemIsWhole = system.heardWhole(systemHertz);
+    if (!microphone.heardWhole(microphoneHertz) || !systemIsWhole) continue;
+    const WaveFile wave = readWaveFile(output);
+    EXPECT_NEAR(wave.durationSeconds(), recorded.count(), 0.1);
+    const Sources sources = sourcesOf(wave);
+    expectTone(sources.system, systemHertz, 500ms);
+    expectTone(sources.microphone, microphoneHertz, 500ms);
+    return;
+  }
+  FAIL() << "In each attempt the server broke a tone.";
 }
 
 TEST_F(ServerRecording, NamesItsStreamAfterTheTitleWhileItLasts) {

@@ -56,22 +56,6 @@ TEST_F(SessionFailure, AnEngineThatDoesNotStartGivesItsOwnError) {
   expectEverythingReleased();
 }
 
-/// The calls whose failure the recording survives: optional ones, and those of the clean-up.
-TEST_F(SessionFailure, SomeCallsMayFail) {
-  for (const char* call : {"getPropertyData(dOut)", "getPropertyData(uid )", "stopDevice",
-                           "destroyIOProcID", "destroyAggregateDevice", "destroyProcessTap"}) {
-    makeSession({});
-    ledger().failNamed(call);
-    session->start();
-    clock->advance(200ms);
-    EXPECT_EQ(errorOf([&] { session->stop(); }), "") << call;
-    EXPECT_GT(recording().left.size(), 7000U);
-    for (const char* step :
-         {"stopDevice", "destroyIOProcID", "destroyAggregateDevice", "destroyProcessTap"})
-      EXPECT_EQ(ledger().count(step), 1U) << step << " after " << call;
-  }
-}
-
 TEST_F(SessionFailure, FailuresWhileRecordingShowAtTheStop) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"makeBuffer", "Audio format error: Unable to allocate an owned system PCM buffer."},

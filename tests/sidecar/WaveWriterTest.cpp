@@ -68,45 +68,6 @@ TEST(WaveWriter, RefusesRunsThatAreNotThere) {
   EXPECT_EQ(contents(folder / "a.wav").size(), 44U);
 }
 
-TEST(WaveWriter, ReplacesFilesAndLinksButNotFolders) {
-  const test::TemporaryFolder folder;
-  std::ofstream(folder / "old.wav") << std::string(100, 'x');
-  std::ofstream(folder / "kept") << "kept";
-  std::filesystem::create_symlink("kept", folder / "link.wav");
-  std::filesystem::create_symlink("nowhere", folder / "dangling.wav");
-  std::filesystem::create_directories(folder / "folder.wav/inside");
-  std::filesystem::create_directory_symlink("folder.wav", folder / "linked-folder.wav");
-  ASSERT_EQ(::mkfifo((folder / "fifo.wav").c_str(), 0600), 0);
-  for (const char* name :
-       {"old.wav", "link.wav", "dangling.wav", "linked-folder.wav", "fifo.wav"}) {
-    WaveWriter writer(folder / name);
-    writer.finalize(0);
-    EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(folder / name)))
-        << name;
-    EXPECT_EQ(contents(folder / name).size(), 44U) << name;
-  }
-  EXPECT_EQ(contents(folder / "kept"), "kept");
-  EXPECT_FALSE(std::filesystem::exists(folder / "nowhere"));
-  EXPECT_TRUE(std::filesystem::exists(folder / "folder.wav/inside"));
-}
-
-TEST(WaveWriter, RefusesPathsOfNoFile) {
-  const test::TemporaryFolder folder;
-  std::ofstream(folder / "kept") << "kept";
-  std::filesystem::create_directories(folder / "folder.wav/inside");
-  const std::string longName(300, 'n');
-  using namespace std::string_literals;
-  for (const std::string& name : {"folder.wav"s, "folder.wav/"s, ""s, "kept/a.wav"s, "kept\0x"s,
-                                  "missing/."s, "missing/.."s}) {
-    const std::string path = name.empty() ? "" : folder.path().string() + "/" + name;
-    EXPECT_THROW(WaveWriter{path}, std::system_error) << name;
-  }
-  EXPECT_THROW(WaveWriter{folder / longName}, WaveWriterError);
-  EXPECT_FALSE(std::filesystem::exists(folder / "missing"));
-  EXPECT_TRUE(std::filesystem::exists(folder / "folder.wav/inside"));
-  EXPECT_EQ(contents(folder / "kept"), "kept");
-}
-
 TEST(WaveWriter, DiscardsItsOwnFileOnly) {
   const test::TemporaryFolder folder;
   const auto path = folder / "a.wav";
