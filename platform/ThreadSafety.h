@@ -17,6 +17,7 @@
 #define EXCLUDES(...) QUENLOR_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
 #define ACQUIRE(...) QUENLOR_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
 #define RELEASE(...) QUENLOR_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
+#define TRY_ACQUIRE(...) QUENLOR_THREAD_ANNOTATION(try_acquire_capability(__VA_ARGS__))
 #define ASSERT_CAPABILITY(x) QUENLOR_THREAD_ANNOTATION(assert_capability(x))
 #define RETURN_CAPABILITY(x) QUENLOR_THREAD_ANNOTATION(lock_returned(x))
 
@@ -26,6 +27,7 @@ namespace quenlor::platform {
 class CAPABILITY("mutex") Mutex {
  public:
   void lock() ACQUIRE() { mutex.lock(); }
+  bool tryLock() TRY_ACQUIRE(true) { return mutex.try_lock(); }
   void unlock() RELEASE() { mutex.unlock(); }
 
  private:

@@ -1,5 +1,7 @@
 #include "platform/common/EventLoop.h"
 
+#include "platform/ThreadSafety.h"
+
 #include <asio.hpp>
 #include <thread>
 #include <utility>
@@ -18,16 +20,55 @@ class EventLoop::Engine {
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;
 
+  void postAt(Clock::time_point deadline, Work work) {
+    auto timer = std::make_shared<asio::steady_timer>(context, deadline);
+    timer->async_wait([this, timer, work = std::move(work)](const asio::error_code& error) {
+      if (error) return;
+      runPoll();
+      work();
+    });
+  }
+
+  void startPolling(Work newPoll, Clock::duration interval) EXCLUDES(pollMutex) {
+    {
+      MutexLock lock(pollMutex);
+      poll = std::move(newPoll);
+      pollInterval = interval;
+    }
+    asio::post(context, [this] { runPoll(); });
+  }
+
+  void stopPolling() EXCLUDES(pollMutex) {
+    MutexLock lock(pollMutex);
+    poll = nullptr;
+  }
+
   // One thread runs the context.
   asio::io_context context{1};
 
  private:
+  void runPoll() EXCLUDES(pollMutex) {
+    MutexLock lock(pollMutex);
+    if (!poll) return;
+    poll();
+    pollTimer.expires_after(pollInterval);
+    pollTimer.async_wait([this](const asio::error_code& error) {
+      if (!error) runPoll();
+    });
+  }
+
   void run() {
     context.run();
     // Stopped: go on with what is ready, and with what that posts in turn, but wait for nothing.
     context.restart();
     context.poll();
   }
+
+  Mutex pollMutex;
+  Work poll GUARDED_BY(pollMutex);
+  Clock::duration pollInterval GUARDED_BY(pollMutex) = {};
+  // Only the loop's thread touches it.
+  asio::steady_timer pollTimer{context};
 
   asio::executor_work_guard<asio::io_context::executor_type> keepRunning;
   std::thread thread;
@@ -42,10 +83,15 @@ void EventLoop::post(Work work) {
 }
 
 void EventLoop::postAt(Clock::time_point deadline, Work work) {
-  auto timer = std::make_shared<asio::steady_timer>(engine->context, deadline);
-  timer->async_wait([timer, work = std::move(work)](const asio::error_code& error) {
-    if (!error) work();
-  });
+  engine->postAt(deadline, std::move(work));
+}
+
+void EventLoop::startPolling(Work poll, Clock::duration interval) {
+  engine->startPolling(std::move(poll), interval);
+}
+
+void EventLoop::stopPolling() {
+  engine->stopPolling();
 }
 
 }  // namespace quenlor::platform

@@ -32,6 +32,14 @@ class EventLoop {
   /// back: let the work hold weakly whatever may go away, and check whether it is still wanted.
   void postAt(Clock::time_point deadline, Work work);
 
+  /// From now on runs poll on the loop's thread at each deadline, before the work that was posted
+  /// for it, and by itself only where there was no deadline for the given interval: work that comes
+  /// at no certain time costs no wake-up of its own. Called once at most.
+  void startPolling(Work poll, Clock::duration interval);
+
+  /// Once this has returned, poll is not called any more. Not to be called by poll itself.
+  void stopPolling();
+
  private:
   class Engine;
   std::unique_ptr<Engine> engine;

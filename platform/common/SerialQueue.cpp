@@ -37,58 +37,76 @@ class SerialQueue::State : public std::enable_shared_from_this<State> {
     bool* finished = nullptr;
   };
 
-  void waitForTurn(const Work& work) REQUIRES(mutex);
-  void takeOwnership() { owner.store(std::this_thread::get_id(), std::memory_order_relaxed); }
+  bool becomeOwnerIfIdle() EXCLUDES(mutex);
+  bool awaitTurn(const Work& work, bool& finished) EXCLUDES(mutex);
   void giveUpOwnership() EXCLUDES(mutex);
-  void postDrain();
+  void postDrain() REQUIRES(mutex);
   void drain() EXCLUDES(mutex);
+  void runPending() EXCLUDES(mutex);
   void announce(bool& finished) EXCLUDES(mutex);
 
   EventLoop& loop;
   std::atomic<std::thread::id> owner;
 
   Mutex mutex;
-  std::condition_variable_any itemFinished;
+  std::condition_variable_any ownerChanged;
   std::vector<Item> pending GUARDED_BY(mutex);
-  // Whether a thread owns the queue or a drain is on its way. Only then is anything pending.
-  bool busy GUARDED_BY(mutex) = false;
+  bool isOwned GUARDED_BY(mutex) = false;
+  // Where anything is pending, the queue is owned or a drain is on its way.
+  bool isDrainPosted GUARDED_BY(mutex) = false;
 
-  // What drain() works on; kept for its memory.
+  // What the owner works on; kept for its memory.
   std::vector<Item> running;
 };
 
 void SerialQueue::State::async(Work work) {
   MutexLock lock(mutex);
   pending.push_back({std::move(work)});
-  if (!std::exchange(busy, true)) postDrain();
+  if (!isOwned) postDrain();
 }
 
 void SerialQueue::State::sync(const Work& work) {
   if (isCurrent()) fail("sync() from the queue's own work would wait for itself.");
-  {
-    MutexLock lock(mutex);
-    if (busy) return waitForTurn(work);
-    busy = true;
+  if (becomeOwnerIfIdle()) {
+    owner.store(std::this_thread::get_id(), std::memory_order_relaxed);
+    work();
+    giveUpOwnership();
+    return;
   }
-  takeOwnership();
-  work();
+  bool finished = false;
+  if (!awaitTurn(work, finished)) return;
+  runPending();
   giveUpOwnership();
 }
 
-void SerialQueue::State::waitForTurn(const Work& work) {
-  bool finished = false;
+bool SerialQueue::State::becomeOwnerIfIdle() {
+  MutexLock lock(mutex);
+  if (isOwned || !pending.empty()) return false;
+  isOwned = true;
+  return true;
+}
+
+// Waits until an owner has run the work. True where there is none any more: then the caller is the
+// owner, and the work is still pending. So nobody waits for a drain that has not even begun.
+bool SerialQueue::State::awaitTurn(const Work& work, bool& finished) {
+  MutexLock lock(mutex);
   pending.push_back({[&work] { work(); }, &finished});
-  while (!finished) itemFinished.wait(mutex);
+  while (isOwned && !finished) ownerChanged.wait(mutex);
+  if (finished) return false;
+  isOwned = true;
+  return true;
 }
 
 void SerialQueue::State::giveUpOwnership() {
   owner.store({}, std::memory_order_relaxed);
   MutexLock lock(mutex);
-  busy = !pending.empty();
-  if (busy) postDrain();
+  isOwned = false;
+  if (!pending.empty()) postDrain();
+  ownerChanged.notify_all();
 }
 
 void SerialQueue::State::postDrain() {
+  if (std::exchange(isDrainPosted, true)) return;
   loop.post([self = shared_from_this()] { self->drain(); });
 }
 
@@ -96,9 +114,20 @@ void SerialQueue::State::postDrain() {
 void SerialQueue::State::drain() {
   {
     MutexLock lock(mutex);
+    isDrainPosted = false;
+    if (isOwned || pending.empty()) return;
+    isOwned = true;
+  }
+  runPending();
+  giveUpOwnership();
+}
+
+void SerialQueue::State::runPending() {
+  {
+    MutexLock lock(mutex);
     running.swap(pending);
   }
-  takeOwnership();
+  owner.store(std::this_thread::get_id(), std::memory_order_relaxed);
   for (Item& item : running) {
     item.work();
     // What the work held dies here, as the queue's work and before anyone hears that it is done.
@@ -106,7 +135,6 @@ void SerialQueue::State::drain() {
     if (item.finished != nullptr) announce(*item.finished);
   }
   running.clear();
-  giveUpOwnership();
 }
 
 void SerialQueue::State::announce(bool& finished) {
@@ -114,7 +142,7 @@ void SerialQueue::State::announce(bool& finished) {
     MutexLock lock(mutex);
     finished = true;
   }
-  itemFinished.notify_all();
+  ownerChanged.notify_all();
 }
 
 SerialQueue::SerialQueue(EventLoop& eventLoop, std::string label)

@@ -11,10 +11,9 @@ namespace quenlor::platform {
 /// A serial queue whose asynchronous work runs on the thread of an event loop. Several queues may
 /// share a loop; each is serial for itself.
 ///
-/// sync() on an idle queue runs the work on the calling thread, which owns the queue meanwhile: a
-/// sound server's thread hands over a buffer without waking another thread. On a busy queue it
-/// waits for its turn, which the loop's thread serves. So work on one queue of a loop must not wait
-/// with sync() for another queue of the same loop.
+/// sync() on a queue that no thread works on runs the work on the calling thread, after whatever is
+/// pending: a buffer is handed over without waking another thread, and work on one queue of a loop
+/// may use sync() on another. Otherwise it waits for its turn.
 ///
 /// The loop outlives the queue and its work. The queue itself may be destroyed anywhere.
 class SerialQueue final : public DispatchQueue {

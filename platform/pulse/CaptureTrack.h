@@ -17,11 +17,11 @@ namespace quenlor::platform::pulse {
 /// samples wait here, on an unbroken timeline and in one form, until somebody delivers them.
 class CaptureTrack final : private PulseCaptureStream::Listener {
  public:
-  /// Takes samples in order of time. Runs with the connection's lock held, on its thread; the
-  /// samples are lent for the call.
+  /// Takes samples in order of time. Runs with the connection's lock held; the samples are lent for
+  /// the call.
   using Receiver = std::function<void(std::span<std::byte> samples)>;
 
-  /// Are told on the connection's thread.
+  /// Are called back with the connection's lock held.
   struct Listener {
     std::function<void()> samplesCame;
     std::function<void()> interrupted;

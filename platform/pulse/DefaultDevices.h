@@ -16,7 +16,7 @@ class DefaultDevices {
     std::optional<SinkInfo> sink;
     std::optional<SourceInfo> source;
   };
-  /// Takes each answer, on the connection's thread. May call look().
+  /// Takes each answer. May call look().
   using Listener = std::function<void(const Answer& answer)>;
 
   DefaultDevices(PulseConnection& devicesConnection, Listener answerListener)

@@ -1,46 +1,42 @@
 #include "platform/pulse/LoopTimer.h"
 
-#include <cstdint>
-#include <sys/timerfd.h>
-#include <unistd.h>
+#include <pulse/rtclock.h>
+#include <pulse/timeval.h>
 #include <utility>
 
 namespace quenlor::platform::pulse {
 namespace {
 
-constexpr std::chrono::seconds second{1};
+pa_time_event* makeEvent(PulseConnection& connection, pa_time_event_cb_t callback, void* timer) {
+  connection.assertLocked();
+  return pa_context_rttime_new(connection.context(), PA_USEC_INVALID, callback, timer);
+}
 
 }  // namespace
 
-LoopTimer::LoopTimer(PulseConnection& connection, std::function<void()> timerHandler)
-    : handler(std::move(timerHandler)),
-      api(connection.loopInterface()),
-      descriptor(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)) {
-  if (descriptor < 0) throw PlatformError("The system has no timer left.");
-  event = api->io_new(api, descriptor, PA_IO_EVENT_INPUT, &LoopTimer::expired, this);
+LoopTimer::LoopTimer(PulseConnection& timerConnection, std::function<void()> timerHandler)
+    : connection(timerConnection),
+      handler(std::move(timerHandler)),
+      event(makeEvent(connection, &LoopTimer::expired, this)) {
+  if (event == nullptr) throw PlatformError("Out of memory.");
 }
 
 LoopTimer::~LoopTimer() {
-  api->io_free(event);
-  close(descriptor);
+  connection.loopInterface()->time_free(event);
 }
 
-void LoopTimer::set(std::chrono::nanoseconds delay) {
-  itimerspec time{};
-  time.it_value.tv_sec = static_cast<time_t>(delay / second);
-  time.it_value.tv_nsec = static_cast<long>((delay % second).count());
-  timerfd_settime(descriptor, 0, &time, nullptr);
+void LoopTimer::set(std::chrono::microseconds delay) {
+  connection.assertLocked();
+  const pa_usec_t time = pa_rtclock_now() + static_cast<pa_usec_t>(delay.count());
+  pa_context_rttime_restart(connection.context(), event, time);
 }
 
 void LoopTimer::stop() {
-  set({});
+  connection.assertLocked();
+  pa_context_rttime_restart(connection.context(), event, PA_USEC_INVALID);
 }
 
-void LoopTimer::expired(pa_mainloop_api*, pa_io_event*, int expiredDescriptor, pa_io_event_flags_t,
-                        void* timer) {
-  // Nothing can be read if the timer was set anew after it had expired.
-  std::uint64_t times = 0;
-  if (read(expiredDescriptor, &times, sizeof times) != sizeof times) return;
+void LoopTimer::expired(pa_mainloop_api*, pa_time_event*, const timeval*, void* timer) {
   static_cast<LoopTimer*>(timer)->handler();
 }
 

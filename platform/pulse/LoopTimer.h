@@ -8,32 +8,27 @@
 
 namespace quenlor::platform::pulse {
 
-/// Calls back once on the connection's thread, when a time has passed since the last set().
-///
-/// Setting it over and over costs one system call each and never wakes the thread, so it can watch
-/// over something that recurs; libpulse's own time events wake their loop whenever they are set.
+/// Calls back once, when a time has passed since the last set() and the connection is served.
 ///
 /// Everything is called with the connection's lock held. A timer ends before its connection.
 class LoopTimer {
  public:
-  /// Throws PlatformError where the system has no timer left.
-  LoopTimer(PulseConnection& connection, std::function<void()> timerHandler);
+  /// Throws PlatformError where memory has run out.
+  LoopTimer(PulseConnection& timerConnection, std::function<void()> timerHandler);
   ~LoopTimer();
   LoopTimer(const LoopTimer&) = delete;
   LoopTimer& operator=(const LoopTimer&) = delete;
 
   /// Replaces any time set before.
-  void set(std::chrono::nanoseconds delay);
+  void set(std::chrono::microseconds delay);
   void stop();
 
  private:
-  static void expired(pa_mainloop_api* api, pa_io_event* event, int descriptor,
-                      pa_io_event_flags_t flags, void* timer);
+  static void expired(pa_mainloop_api* api, pa_time_event* event, const timeval* time, void* timer);
 
+  PulseConnection& connection;
   const std::function<void()> handler;
-  pa_mainloop_api* const api;
-  const int descriptor;
-  pa_io_event* event = nullptr;
+  pa_time_event* const event;
 };
 
 }  // namespace quenlor::platform::pulse

@@ -39,7 +39,7 @@ class PulseCaptureGroup {
 
   // These two are called with the connection's lock held, and assert it.
 
-  /// Whom to call, on the connection's thread, when a track's stream has ended.
+  /// Whom to call back when a track's stream has ended.
   void setStreamEnded(std::function<void()> callback);
 
   /// Takes the role's track, if there is one, to another source, or to none where the name is

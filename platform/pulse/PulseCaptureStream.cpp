@@ -57,12 +57,7 @@ void PulseCaptureStream::awaitReady() {
 
 Operation PulseCaptureStream::run() {
   connection.assertLocked();
-  constexpr auto wake = [](pa_stream*, int, void* waiting) {
-    auto& waitingConnection = *static_cast<PulseConnection*>(waiting);
-    waitingConnection.assertLocked();
-    waitingConnection.signal();
-  };
-  return Operation(pa_stream_cork(stream.get(), 0, wake, &connection));
+  return Operation(pa_stream_cork(stream.get(), 0, nullptr, nullptr));
 }
 
 std::size_t PulseCaptureStream::readable() const {
@@ -92,7 +87,6 @@ void PulseCaptureStream::stateChanged(pa_stream*, void* captureStream) {
   auto& self = *static_cast<PulseCaptureStream*>(captureStream);
   self.connection.assertLocked();
   if (self.hasEnded()) self.listener.streamEnded(self.connection.lastError());
-  self.connection.signal();
 }
 
 /// Where a device goes away, the server may take its stream to one of the other kind, a

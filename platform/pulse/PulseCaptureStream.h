@@ -27,7 +27,7 @@ struct CaptureForm {
 /// instead of requiring it.
 class PulseCaptureStream {
  public:
-  /// Is told on the connection's thread; must not destroy the stream while it is.
+  /// Is told with the connection's lock held; must not destroy the stream meanwhile.
   class Listener {
    public:
     virtual ~Listener() = default;

@@ -3,42 +3,16 @@
 #include <algorithm>
 #include <pulse/error.h>
 #include <pulse/proplist.h>
-#include <pulse/rtclock.h>
 
 namespace quenlor::platform::pulse {
 namespace {
 
+using namespace std::chrono_literals;
+
 constexpr char applicationName[] = "Quenlor Helper";
 constexpr char applicationID[] = "com.quenlor.helper.audio";
 
-/// Wakes the waiting thread when a time has passed. Made and destroyed under the lock.
-class Alarm {
- public:
-  Alarm(pa_threaded_mainloop* mainloop, pa_context* context, std::chrono::nanoseconds delay)
-      : api(pa_threaded_mainloop_get_api(mainloop)) {
-    const auto microseconds = std::chrono::duration_cast<std::chrono::microseconds>(delay).count();
-    const pa_usec_t when = pa_rtclock_now() + static_cast<pa_usec_t>(microseconds);
-    event = pa_context_rttime_new(context, when, &Alarm::ring, mainloop);
-  }
-  ~Alarm() { api->time_free(event); }
-  Alarm(const Alarm&) = delete;
-  Alarm& operator=(const Alarm&) = delete;
-
- private:
-  static void ring(pa_mainloop_api*, pa_time_event*, const timeval*, void* mainloop) {
-    pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop*>(mainloop), 0);
-  }
-
-  pa_mainloop_api* api;
-  pa_time_event* event;
-};
-
 }  // namespace
-
-void PulseConnection::MainloopEnder::operator()(pa_threaded_mainloop* loop) const {
-  pa_threaded_mainloop_stop(loop);
-  pa_threaded_mainloop_free(loop);
-}
 
 void PulseConnection::ContextCloser::operator()(pa_context* closing) const {
   pa_context_set_state_callback(closing, nullptr, nullptr);
@@ -47,9 +21,8 @@ void PulseConnection::ContextCloser::operator()(pa_context* closing) const {
 }
 
 PulseConnection::PulseConnection(const TraceSink& traceSink)
-    : sink(traceSink), mainloop(pa_threaded_mainloop_new()) {
+    : sink(traceSink), mainloop(pa_mainloop_new()) {
   if (mainloop == nullptr) throw PlatformError("The sound server's client could not be set up.");
-  pa_threaded_mainloop_set_name(mainloop.get(), "sound-server");
   try {
     open();
   } catch (const PlatformError& error) {
@@ -68,8 +41,6 @@ PulseConnection::~PulseConnection() {
 void PulseConnection::open() {
   ConnectionLock held(*this);
   connect();
-  if (pa_threaded_mainloop_start(mainloop.get()) < 0)
-    throw PlatformError("Its client's thread could not be started.");
   waitUntil([this] {
     assertLocked();
     return wasReady;
@@ -112,22 +83,36 @@ void PulseConnection::stateChanged(pa_context*, void* connection) {
     self.trace("The sound server ended the connection: " + self.lastError());
   }
   if (self.stateListener && (hasEnded || self.isReady())) self.stateListener();
-  self.signal();
+}
+
+void PulseConnection::serve() {
+  if (!mutex.tryLock()) return;
+  assertLocked();
+  while (pa_mainloop_iterate(mainloop.get(), 0, nullptr) > 0) {
+  }
+  mutex.unlock();
 }
 
 void PulseConnection::waitUntil(const std::function<bool()>& done) {
   using Clock = std::chrono::steady_clock;
   const Clock::time_point deadline = Clock::now() + timeLeft;
-  const Alarm alarm(mainloop.get(), context(), timeLeft);
   bool isDone = done();
-  while (!isDone && isGood() && Clock::now() < deadline) {
-    pa_threaded_mainloop_wait(mainloop.get());
+  while (!isDone && isGood() && timeLeft > 0ns) {
+    serveOnce(timeLeft);
+    timeLeft = std::max<std::chrono::nanoseconds>(deadline - Clock::now(), 0ns);
     isDone = done();
   }
-  timeLeft = std::max(deadline - Clock::now(), Clock::duration::zero());
   if (isDone) return;
   if (!isGood()) throw PlatformError(lastError());
   throw PlatformError("It did not answer in time.");
+}
+
+/// Waits until there is something to run callbacks for, and runs them.
+void PulseConnection::serveOnce(std::chrono::nanoseconds longest) {
+  const auto microseconds = std::chrono::ceil<std::chrono::microseconds>(longest).count();
+  pa_mainloop_prepare(mainloop.get(), static_cast<int>(microseconds));
+  pa_mainloop_poll(mainloop.get());
+  pa_mainloop_dispatch(mainloop.get());
 }
 
 void PulseConnection::waitFor(const Operation& operation) {

@@ -7,8 +7,8 @@
 #include <functional>
 #include <memory>
 #include <pulse/context.h>
+#include <pulse/mainloop.h>
 #include <pulse/operation.h>
-#include <pulse/thread-mainloop.h>
 #include <string>
 #include <utility>
 
@@ -23,11 +23,13 @@ struct OperationCanceller {
 };
 using Operation = std::unique_ptr<pa_operation, OperationCanceller>;
 
-/// The connection to the sound server, with the thread that serves it.
+/// The connection to the sound server.
 ///
-/// It is also the lock under which everything of libpulse is used. The thread holds it whenever it
-/// runs a callback, so whoever holds it knows that none runs. The control thread must not hold it
-/// while waiting for a queue: a callback may be waiting for that queue in turn.
+/// It is also the lock under which everything of libpulse is used, and it has no thread of its own:
+/// whoever holds it may serve it, that is, have the callbacks run for what has come. The control
+/// thread does while it waits for an answer; otherwise serve() is to be called again and again. The
+/// control thread must not hold it while waiting for a queue: a callback may be waiting for that
+/// queue in turn.
 ///
 /// All functions are called from the control thread, or in callbacks where they say so.
 class CAPABILITY("connection") PulseConnection {
@@ -43,8 +45,8 @@ class CAPABILITY("connection") PulseConnection {
   PulseConnection(const PulseConnection&) = delete;
   PulseConnection& operator=(const PulseConnection&) = delete;
 
-  void lock() ACQUIRE() { pa_threaded_mainloop_lock(mainloop.get()); }
-  void unlock() RELEASE() { pa_threaded_mainloop_unlock(mainloop.get()); }
+  void lock() ACQUIRE() { mutex.lock(); }
+  void unlock() RELEASE() { mutex.unlock(); }
 
   /// Tells the analysis that a callback runs with the lock held.
   void assertLocked() const ASSERT_CAPABILITY(this) {}
@@ -52,10 +54,14 @@ class CAPABILITY("connection") PulseConnection {
   pa_context* context() REQUIRES(this) { return serverContext.get(); }
   bool isGood() REQUIRES(this) { return PA_CONTEXT_IS_GOOD(pa_context_get_state(context())); }
   bool isReady() REQUIRES(this) { return pa_context_get_state(context()) == PA_CONTEXT_READY; }
-  pa_mainloop_api* loopInterface() { return pa_threaded_mainloop_get_api(mainloop.get()); }
+  pa_mainloop_api* loopInterface() { return pa_mainloop_get_api(mainloop.get()); }
 
-  /// Whom to call, on the connection's thread, each time the connection got ready or ended. The
-  /// callback must not reopen() the connection.
+  /// Has the callbacks run for what has come by now, without waiting. Does nothing where another
+  /// thread holds the connection. May be called from any thread.
+  void serve() EXCLUDES(this);
+
+  /// Whom to call back each time the connection got ready or ended. The callback must not reopen()
+  /// the connection.
   void setStateListener(std::function<void()> callback) REQUIRES(this) {
     stateListener = std::move(callback);
   }
@@ -67,11 +73,8 @@ class CAPABILITY("connection") PulseConnection {
   /// Why the last call failed, as one sentence.
   std::string lastError() REQUIRES(this);
 
-  /// Makes waitUntil() ask again. For callbacks.
-  void signal() REQUIRES(this) { pa_threaded_mainloop_signal(mainloop.get(), 0); }
-
-  /// Gives up the lock until done() is true. Throws PlatformError when the connection ends or the
-  /// answer time is used up.
+  /// Serves the connection until done() is true. Throws PlatformError when the connection ends or
+  /// the answer time is used up.
   void waitUntil(const std::function<bool()>& done) REQUIRES(this);
 
   /// Waits for the answer to an operation. Throws as waitUntil(), and where there is no operation.
@@ -85,7 +88,7 @@ class CAPABILITY("connection") PulseConnection {
 
  private:
   struct MainloopEnder {
-    void operator()(pa_threaded_mainloop* loop) const;
+    void operator()(pa_mainloop* loop) const { pa_mainloop_free(loop); }
   };
   struct ContextCloser {
     void operator()(pa_context* closing) const;
@@ -94,11 +97,13 @@ class CAPABILITY("connection") PulseConnection {
   void open();
   void connect() REQUIRES(this);
   void close();
+  void serveOnce(std::chrono::nanoseconds longest) REQUIRES(this);
   static void stateChanged(pa_context* context, void* connection);
 
   const TraceSink sink;
+  Mutex mutex;
   std::chrono::nanoseconds timeLeft = answerTime;
-  std::unique_ptr<pa_threaded_mainloop, MainloopEnder> mainloop;
+  const std::unique_ptr<pa_mainloop, MainloopEnder> mainloop;
   std::unique_ptr<pa_context, ContextCloser> serverContext GUARDED_BY(this);
   std::function<void()> stateListener GUARDED_BY(this);
   // Whether this connection has been ready and its end has not been told yet.

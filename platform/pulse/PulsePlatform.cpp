@@ -6,8 +6,43 @@
 
 namespace quenlor::platform::pulse {
 
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = EventLoop::Clock;
+
+// A little more than the mixer's interval, so that a recording's ticks have the connection served.
+constexpr auto servingInterval = 25ms;
+
+// Before anybody could think that the server has gone silent.
+constexpr auto standbyInterval = 200ms;
+
+}  // namespace
+
+PulsePlatform::Server::Server(const TraceSink& trace, EventLoop& queueLoop)
+    : connection(trace), loop(queueLoop), servedAt(Clock::now()) {
+  loop.startPolling(
+      [this] {
+        connection.serve();
+        servedAt = Clock::now();
+      },
+      servingInterval);
+  standBy();
+}
+
+PulsePlatform::Server::~Server() {
+  loop.stopPolling();
+}
+
+void PulsePlatform::Server::standBy() {
+  const bool isNeeded = Clock::now() - servedAt.load() > standbyInterval;
+  if (isNeeded) connection.serve();
+  standbyLoop.postAt(Clock::now() + (isNeeded ? servingInterval : standbyInterval),
+                     [this] { standBy(); });
+}
+
 PulsePlatform::Server& PulsePlatform::server() {
-  if (!reachedServer) reachedServer.emplace(trace);
+  if (!reachedServer) reachedServer.emplace(trace, eventLoop);
   return *reachedServer;
 }
 

@@ -5,6 +5,7 @@
 #include "platform/pulse/PulseEngine.h"
 #include "platform/pulse/PulseHardware.h"
 
+#include <atomic>
 #include <optional>
 
 namespace quenlor::platform::pulse {
@@ -31,12 +32,21 @@ class PulsePlatform final : public AudioPlatform, private CaptureDevice {
 
  private:
   struct Server {
-    explicit Server(const TraceSink& trace) : connection(trace) {}
+    Server(const TraceSink& trace, EventLoop& queueLoop);
+    ~Server();
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
 
     PulseConnection connection;
     PulseCaptureGroup group{connection};
     PulseSupervisor supervisor{connection, group};
     PulseHardware hardware{connection, group, supervisor};
+    void standBy();
+
+    EventLoop& loop;
+    std::atomic<EventLoop::Clock::time_point> servedAt;
+    // Has the connection served while the other loop's thread waits for a slow disk.
+    EventLoop standbyLoop;
   };
 
   // A desktop asks nobody before a program records.
@@ -47,7 +57,8 @@ class PulsePlatform final : public AudioPlatform, private CaptureDevice {
   Server& server();
 
   const TraceSink trace;
-  // The server's thread posts to the loop, so it must end first.
+  // Serves the connection besides running the queues and timers: samples go from the server to the
+  // file on one thread, which wakes once a tick.
   EventLoop eventLoop;
   std::optional<Server> reachedServer;
 };

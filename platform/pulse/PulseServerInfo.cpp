@@ -23,8 +23,6 @@ struct Query {
   static void receive(pa_context* context, const ServerInfo* info, int endOfList, void* query) {
     auto& self = *static_cast<Query*>(query);
     keep(context, info, endOfList, &self.answer);
-    self.connection.assertLocked();
-    self.connection.signal();
   }
 };
 

@@ -32,6 +32,32 @@ TEST(EventLoop, RunsWhatWasPostedBeforeItEndsAndDropsWhatIsForLater) {
   EXPECT_FALSE(dropped);
 }
 
+TEST(EventLoop, PollsBeforeEachDeadlineAndOtherwiseNowAndThen) {
+  EventLoop loop;
+  int polls = 0, pollsAtDeadline = 0;
+  Gate polledByItself, passed;
+  loop.startPolling(
+      [&] {
+        if (++polls == 3) polledByItself.open();
+      },
+      2ms);
+  polledByItself.await();
+  loop.stopPolling();
+  const int pollsAtStop = polls;
+  loop.postAt(EventLoop::Clock::now() + 5ms, [&] { passed.open(); });
+  passed.await();
+  EXPECT_EQ(polls, pollsAtStop);
+
+  EventLoop busy;
+  Gate deadline;
+  busy.startPolling([&] { ++pollsAtDeadline; }, 1h);
+  busy.postAt(EventLoop::Clock::now() + 5ms, [&] {
+    EXPECT_EQ(pollsAtDeadline, 2) << "one at the start, one just now";
+    deadline.open();
+  });
+  deadline.await();
+}
+
 TEST(SerialQueue, KeepsTheOrderOfEachThreadAndRunsOneItemAtATime) {
   constexpr int threadCount = 4, itemsPerThread = 1000;
   EventLoop loop;
@@ -70,20 +96,39 @@ TEST(SerialQueue, KeepsTheOrderOfEachThreadAndRunsOneItemAtATime) {
   });
 }
 
-TEST(SerialQueue, RunsSynchronousWorkOnTheCallerWhenIdleAndAsynchronousWorkNever) {
+TEST(SerialQueue, RunsSynchronousWorkOnTheCallerWhenIdleAndAsynchronousWorkOnTheLoop) {
   EventLoop loop;
   SerialQueue queue(loop, "threads");
-  const auto caller = std::this_thread::get_id();
-  std::thread::id syncThread, asyncThread;
+  std::thread::id loopThread, syncThread, asyncThread;
+  Gate done;
+  loop.post([&] { loopThread = std::this_thread::get_id(); });
   queue.sync([&] {
     syncThread = std::this_thread::get_id();
-    queue.async([&] { asyncThread = std::this_thread::get_id(); });
+    queue.async([&] {
+      asyncThread = std::this_thread::get_id();
+      done.open();
+    });
     EXPECT_EQ(asyncThread, std::thread::id()) << "must wait until the owner is done";
   });
-  queue.sync([] {});
-  EXPECT_EQ(syncThread, caller);
-  EXPECT_NE(asyncThread, std::thread::id());
-  EXPECT_NE(asyncThread, caller);
+  done.await();
+  EXPECT_EQ(syncThread, std::this_thread::get_id());
+  EXPECT_EQ(asyncThread, loopThread);
+}
+
+/// The loop's thread cannot get to the other queue's work while it waits, so it does it right
+/// there.
+TEST(SerialQueue, SynchronousWorkOnTheLoopDoesNotWaitForTheLoop) {
+  EventLoop loop;
+  SerialQueue first(loop, "first"), second(loop, "second");
+  std::vector<int> order;
+  Gate done;
+  first.async([&] {
+    second.async([&] { order.push_back(1); });
+    second.sync([&] { order.push_back(2); });
+    done.open();
+  });
+  done.await();
+  EXPECT_EQ(order, (std::vector{1, 2}));
 }
 
 TEST(SerialQueue, SynchronousWorkWaitsForItsTurnOnABusyQueue) {

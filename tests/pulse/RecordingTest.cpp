@@ -147,7 +147,10 @@ TEST_F(ServerRecording, SystemAudioDoesNotWaitForASuspendedMicrophone) {
   const Outcome run = finish(child);
   runPactl({"suspend-source", "microphone", "0"});
   expectRecording(run, output);
-  expectTone(sourcesOf(readWaveFile(output)).system, systemHertz, 500ms);
+  const WaveFile wave = readWaveFile(output);
+  EXPECT_GT(wave.durationSeconds(), 1.5);
+  const auto system = std::span<const float>(wave.left).subspan(24'000, 48'000);
+  EXPECT_NEAR(fitTone(system, systemHertz, recordedRate).amplitude, playedAmplitude, 0.02);
 }
 
 TEST_F(ServerRecording, StopAnswersThoughTheServerHangs) {
