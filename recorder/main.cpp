@@ -1,0 +1,50 @@
+// quenlor-record: records from a console. See man/quenlor-record.1.
+
+#include "recorder/Options.h"
+#include "recorder/Recorder.h"
+
+#include <csignal>
+#include <exception>
+#include <fcntl.h>
+#include <filesystem>
+#include <iostream>
+#include <stdexcept>
+#include <unistd.h>
+
+namespace quenlor::recorder {
+
+namespace {
+
+/// Whoever starts this program without one of them shall not find a pipe or a recording there.
+void fillStandardDescriptors() {
+  int descriptor = 0;
+  while (descriptor >= 0 && descriptor <= STDERR_FILENO)
+    descriptor = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+  ::close(descriptor);
+}
+
+/// Asked before the sidecar is started, for that replaces whatever stands at the path.
+void keepExistingFile(const Options& options) {
+  const bool exists = std::filesystem::exists(std::filesystem::symlink_status(options.file));
+  if (exists && !options.force)
+    throw std::runtime_error(options.file.string() + " exists; --force replaces it");
+}
+
+}  // namespace
+
+}  // namespace quenlor::recorder
+
+int main(int argumentCount, char** arguments) {
+  using namespace quenlor::recorder;
+  fillStandardDescriptors();
+  // Writing where nobody listens shall be an error and not the end of the process.
+  std::signal(SIGPIPE, SIG_IGN);
+  try {
+    const Options options = parseOptions(argumentCount, arguments);
+    keepExistingFile(options);
+    return Recorder(options).run();
+  } catch (const std::exception& error) {
+    std::cerr << "quenlor-record: " << error.what() << '\n';
+    return 1;
+  }
+}
