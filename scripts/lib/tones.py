@@ -1,0 +1,52 @@
+"""Finds again the tones of scripts/private-server in a recording of both sources.
+
+There, 997 Hz play on the output's left channel only and 440 Hz on a mono microphone, each with an
+amplitude of 0.25. So the right channel of a recording holds the microphone, and left minus right
+the system audio.
+"""
+
+import math
+import wave
+
+import numpy
+
+RATE = 48000
+SYSTEM_HERTZ, MICROPHONE_HERTZ = 997, 440
+AMPLITUDE = 0.25 * 32768
+# The beginning and the end do not count: at the end, one source is longer than the other.
+SETTLED = RATE // 2
+TAIL = RATE // 10
+# In steps of 16 bits. One sample lost or repeated departs by up to 470, or 1070 in the higher tone,
+# and is overlooked only where it falls on the crest; a server that corrects its clocks while it
+# resamples departs by 21.
+TOLERANCE = 64
+# A resampler makes one break ring for so long.
+RINGING = RATE // 200
+
+
+def read_sources(path):
+    """The system's samples and the microphone's, in steps of 16 bits."""
+    with wave.open(path) as file:
+        if (file.getnchannels(), file.getsampwidth(), file.getframerate()) != (2, 2, RATE):
+            raise ValueError(f"{path} is not 16-bit stereo at {RATE} Hz")
+        frames = numpy.frombuffer(file.readframes(file.getnframes()), "<i2").astype(float)
+    left, right = frames[0::2], frames[1::2]
+    return left - right, right
+
+
+def breaks(samples, hertz):
+    """How often the tone breaks off: where y[n] departs from 2 cos(w) y[n-1] - y[n-2]."""
+    factor = 2 * math.cos(2 * math.pi * hertz / RATE)
+    departure = numpy.abs(samples[2:] - factor * samples[1:-1] + samples[:-2])
+    broken = numpy.flatnonzero(departure[SETTLED:len(samples) - TAIL - 2] > TOLERANCE)
+    return int(numpy.sum(numpy.diff(broken, prepend=-RATE) > RINGING))
+
+
+def level(samples, hertz):
+    """Decibels above the level at which the tone plays; the median of stretches of 100 ms."""
+    length = RATE // 10
+    settled = samples[SETTLED:len(samples) - TAIL]
+    stretches = settled[:len(settled) // length * length].reshape(-1, length)
+    wave_of_tone = numpy.exp(-2j * math.pi * hertz / RATE * numpy.arange(length))
+    amplitude = numpy.median(numpy.abs(stretches @ wave_of_tone)) * 2 / length
+    return 20 * math.log10(max(amplitude, 1e-3) / AMPLITUDE)
