@@ -1,0 +1,106 @@
+#include "platform/coreaudio/CoreAudioHardware.h"
+
+#include "platform/coreaudio/CoreAudioProperties.h"
+#include "platform/coreaudio/Formats.h"
+#include "platform/coreaudio/SystemQueue.h"
+
+#import <CoreAudio/AudioHardwareTapping.h>
+#import <CoreAudio/CATapDescription.h>
+#import <CoreAudio/CoreAudio.h>
+#import <Foundation/Foundation.h>
+#include <cstdint>
+#include <utility>
+
+namespace quenlor::platform::coreaudio {
+
+namespace {
+
+CATapDescription* systemDescription(const TapDescription& description) {
+  NSMutableArray<NSNumber*>* const processes = [[NSMutableArray alloc] init];
+  for (const AudioObjectID process : description.processes) [processes addObject:@(process)];
+  CATapDescription* const tap =
+      [[CATapDescription alloc] initStereoGlobalTapButExcludeProcesses:processes];
+  [tap setName:systemString(description.name)];
+  [tap setPrivate:description.isPrivate];
+  [tap setExclusive:description.isExclusive];
+  if (description.deviceUID) [tap setDeviceUID:systemString(*description.deviceUID)];
+  if (description.stream) [tap setStream:@(*description.stream)];
+  return tap;
+}
+
+::AudioDeviceIOProcID systemID(AudioDeviceIOProcID ioProcID) {
+  return reinterpret_cast<::AudioDeviceIOProcID>(static_cast<std::uintptr_t>(ioProcID));
+}
+
+}  // namespace
+
+OSStatus CoreAudioHardware::createProcessTap(const TapDescription& description,
+                                             AudioObjectID& tapID) {
+  return AudioHardwareCreateProcessTap(systemDescription(description), &tapID);
+}
+
+OSStatus CoreAudioHardware::destroyProcessTap(AudioObjectID tapID) {
+  return AudioHardwareDestroyProcessTap(tapID);
+}
+
+OSStatus CoreAudioHardware::createAggregateDevice(const AggregateDeviceDescription& description,
+                                                  AudioObjectID& deviceID) {
+  NSDictionary* const settings = @{
+    @"name" : systemString(description.name),
+    @"uid" : systemString(description.uid),
+    @"private" : @(description.isPrivate),
+    @"tapautostart" : @(description.tapAutoStart),
+  };
+  return AudioHardwareCreateAggregateDevice((__bridge CFDictionaryRef)settings, &deviceID);
+}
+
+OSStatus CoreAudioHardware::destroyAggregateDevice(AudioObjectID deviceID) {
+  return AudioHardwareDestroyAggregateDevice(deviceID);
+}
+
+OSStatus CoreAudioHardware::getPropertyData(AudioObjectID objectID,
+                                            const AudioObjectPropertyAddress& address,
+                                            PropertyData& data) {
+  return readProperty(objectID, address, data);
+}
+
+OSStatus CoreAudioHardware::setPropertyData(AudioObjectID objectID,
+                                            const AudioObjectPropertyAddress& address,
+                                            const PropertyData& data) {
+  return writeProperty(objectID, address, data);
+}
+
+OSStatus CoreAudioHardware::createIOProcID(AudioObjectID deviceID,
+                                           std::shared_ptr<DispatchQueue> queue, IOBlock block,
+                                           AudioDeviceIOProcID& ioProcID) {
+  ::AudioDeviceIOProcID created = nullptr;
+  const OSStatus status = AudioDeviceCreateIOProcIDWithBlock(
+      &created, deviceID, systemQueue(*queue),
+      ^(const AudioTimeStamp*, const ::AudioBufferList* input, const AudioTimeStamp*,
+        ::AudioBufferList*, const AudioTimeStamp*) {
+        block(hostBuffers(*input));
+      });
+  if (status != kAudioHardwareNoError) return status;
+  ioProcID = AudioDeviceIOProcID{reinterpret_cast<std::uintptr_t>(created)};
+  queues[ioProcID] = std::move(queue);
+  return status;
+}
+
+OSStatus CoreAudioHardware::destroyIOProcID(AudioObjectID deviceID, AudioDeviceIOProcID ioProcID) {
+  queues.erase(ioProcID);
+  return AudioDeviceDestroyIOProcID(deviceID, systemID(ioProcID));
+}
+
+OSStatus CoreAudioHardware::startDevice(AudioObjectID deviceID, AudioDeviceIOProcID ioProcID) {
+  return AudioDeviceStart(deviceID, systemID(ioProcID));
+}
+
+// Cycles are handed to the queue synchronously: once it has come this far, the one that ran as the
+// device stopped is over.
+OSStatus CoreAudioHardware::stopDevice(AudioObjectID deviceID, AudioDeviceIOProcID ioProcID) {
+  const OSStatus status = AudioDeviceStop(deviceID, systemID(ioProcID));
+  if (const auto queue = queues.find(ioProcID); queue != queues.end()) queue->second->sync([] {});
+  return status;
+}
+
+}  // namespace quenlor::platform::coreaudio

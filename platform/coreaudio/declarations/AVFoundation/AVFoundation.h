@@ -1,0 +1,21 @@
+#pragma once
+
+#include <Foundation/Foundation.h>
+
+using AVMediaType = NSString*;
+extern "C" const AVMediaType AVMediaTypeAudio;
+
+enum AVAuthorizationStatus : NSInteger {
+  AVAuthorizationStatusNotDetermined = 0,
+  AVAuthorizationStatusRestricted = 1,
+  AVAuthorizationStatusDenied = 2,
+  AVAuthorizationStatusAuthorized = 3,
+};
+
+@interface AVCaptureDevice : NSObject
++ (AVAuthorizationStatus)authorizationStatusForMediaType:(AVMediaType)mediaType;
++ (void)requestAccessForMediaType:(AVMediaType)mediaType
+                completionHandler:(void (^)(BOOL granted))handler;
++ (AVCaptureDevice*)defaultDeviceWithMediaType:(AVMediaType)mediaType;
+@property(readonly) NSString* localizedName;
+@end

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+using BOOL = bool;
+using NSInteger = long;
+using NSUInteger = unsigned long;
+using UInt32 = unsigned int;
+using SInt32 = int;
+using Float64 = double;
+using OSStatus = SInt32;
+
+using CFStringRef = const struct __CFString*;
+using CFArrayRef = const struct __CFArray*;
+using CFDictionaryRef = const struct __CFDictionary*;
+
+#define nil nullptr
+
+@protocol NSObject
+@end
+
+@protocol NSCopying
+@end
+
+__attribute__((objc_root_class))
+@interface NSObject<NSObject>
++ (instancetype)alloc;
+- (instancetype)init;
+- (BOOL)isEqual:(id)object;
+@end
+
+enum : NSUInteger { NSUTF8StringEncoding = 4 };
+
+@interface NSString : NSObject <NSCopying>
+- (instancetype)initWithBytes:(const void*)bytes
+                       length:(NSUInteger)length
+                     encoding:(NSUInteger)encoding;
+@property(readonly) const char* UTF8String;
+@end
+
+@interface NSNumber : NSObject
++ (NSNumber*)numberWithBool:(BOOL)value;
++ (NSNumber*)numberWithInt:(int)value;
++ (NSNumber*)numberWithUnsignedInt:(unsigned int)value;
+@end
+
+struct NSFastEnumerationState {
+  unsigned long state;
+  id __unsafe_unretained* itemsPtr;
+  unsigned long* mutationsPtr;
+  unsigned long extra[5];
+};
+
+@interface NSArray<Element> : NSObject
+- (NSUInteger)countByEnumeratingWithState:(NSFastEnumerationState*)state
+                                  objects:(id __unsafe_unretained[])buffer
+                                    count:(NSUInteger)length;
+@end
+
+@interface NSMutableArray<Element> : NSArray <Element>
+- (void)addObject:(Element)object;
+@end
+
+@interface NSDictionary<Key, Value> : NSObject
++ (instancetype)dictionaryWithObjects:(const Value[])objects
+                              forKeys:(const Key<NSCopying>[])keys
+                                count:(NSUInteger)count;
+@end
+
+@interface NSError : NSObject
+@property(readonly) NSString* localizedDescription;
+@end
