@@ -25,8 +25,8 @@ class CAPABILITY("queue") DispatchQueue {
   /// Submits work and returns at once, without running it.
   virtual void async(Work work) = 0;
 
-  /// Runs work after everything submitted before it and returns when it is done. All of that may run
-  /// on the calling thread. Calling this from the queue's own work would wait for itself.
+  /// Runs work after everything submitted before it and returns when it is done. All of that may
+  /// run on the calling thread. Calling this from the queue's own work would wait for itself.
   virtual void sync(const Work& work) = 0;
 
   /// Ends the program unless the caller is running as this queue's work.

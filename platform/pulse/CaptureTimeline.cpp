@@ -12,6 +12,11 @@ using namespace std::chrono_literals;
 constexpr auto settlingTime = 1s;
 constexpr auto tolerance = 60ms;
 
+// After a pause of this program's own, a server hands over what it kept, ten seconds at most, at
+// several times its usual pace.
+constexpr auto longestPause = 1s;
+constexpr auto catchingUpTime = 10s;
+
 // A whole number of frames at the usual rates, so that no roundings add up.
 constexpr CaptureTimeline::Duration silencePiece = 20ms;
 
@@ -25,17 +30,31 @@ void CaptureTimeline::beginLate(Clock::time_point time, Duration owedThen) {
 
 CaptureTimeline::Duration CaptureTimeline::place(Clock::time_point now, Duration length) {
   const Duration due = dueAt(now) - length;
+  if (hasBegun && !isInterrupted && now - since > longestPause) caughtUpAt = now + catchingUpTime;
   since = now;
   owed = {};
   if (isInterrupted) {
     isInterrupted = false;
+    caughtUpAt = {};
     settledAt = now + settlingTime;
     return correct(due, length);
   }
+  if (caughtUpAt != Clock::time_point()) return catchUp(now, due, length);
   if (now >= settledAt) return {};
   if (std::chrono::abs(due) > tolerance) return correct(due, length);
   owed = due;
   return {};
+}
+
+/// What was kept for this program while it could not run comes bit by bit; what is still missing in
+/// the end was lost.
+CaptureTimeline::Duration CaptureTimeline::catchUp(Clock::time_point now, Duration due,
+                                                   Duration length) {
+  owed = due;
+  if (now < caughtUpAt) return {};
+  caughtUpAt = {};
+  owed = {};
+  return due > tolerance ? correct(due, length) : Duration::zero();
 }
 
 CaptureTimeline::Duration CaptureTimeline::correct(Duration due, Duration length) {

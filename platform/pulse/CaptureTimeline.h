@@ -35,6 +35,7 @@ class CaptureTimeline {
   Duration finish(Clock::time_point now);
 
  private:
+  Duration catchUp(Clock::time_point now, Duration due, Duration length);
   Duration correct(Duration due, Duration length);
   Duration dueAt(Clock::time_point time) const;
   Duration pay(Duration due);
@@ -43,6 +44,8 @@ class CaptureTimeline {
   Clock::time_point since;
   Duration owed{};
   Clock::time_point settledAt;
+  // Set while samples of a pause may still come.
+  Clock::time_point caughtUpAt;
   bool hasBegun = false;
   bool isInterrupted = false;
 };

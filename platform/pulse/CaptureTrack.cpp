@@ -29,7 +29,7 @@ CaptureTrack::CaptureTrack(PulseConnection& trackConnection, const CaptureForm& 
       source(sourceName) {
   ConnectionLock held(connection);
   try {
-    connect(true);
+    stream = connect(true);
     stream->awaitReady();
   } catch (const PlatformError&) {
     stream.reset();
@@ -39,12 +39,13 @@ CaptureTrack::CaptureTrack(PulseConnection& trackConnection, const CaptureForm& 
 
 CaptureTrack::~CaptureTrack() {
   ConnectionLock held(connection);
+  successor.reset();
   stream.reset();
 }
 
-void CaptureTrack::connect(bool isAtRest) {
+std::unique_ptr<PulseCaptureStream> CaptureTrack::connect(bool isAtRest) {
   PulseCaptureStream::Listener& self = *this;
-  stream = std::make_unique<PulseCaptureStream>(connection, wantedForm, source, isAtRest, self);
+  return std::make_unique<PulseCaptureStream>(connection, wantedForm, source, isAtRest, self);
 }
 
 void CaptureTrack::setListener(Listener trackListener) {
@@ -59,14 +60,15 @@ Operation CaptureTrack::run() {
 
 void CaptureTrack::follow(const std::string& sourceName) {
   connection.assertLocked();
-  stream.reset();
   source = sourceName;
-  samplesWereInterrupted();
+  successor.reset();
+  if (sourceName.empty() || (stream != nullptr && stream->hasEnded())) stream.reset();
+  if (stream == nullptr) interrupt();
   if (sourceName.empty()) return;
   try {
-    connect(false);
+    (stream == nullptr ? stream : successor) = connect(false);
   } catch (const PlatformError& error) {
-    streamEnded(error.what());
+    if (listener.streamEnded) listener.streamEnded(error.what());
   }
 }
 
@@ -77,7 +79,13 @@ const std::string& CaptureTrack::sourceName() const {
 
 bool CaptureTrack::isConnected() const {
   connection.assertLocked();
-  return stream != nullptr && !stream->hasEnded();
+  const PulseCaptureStream* const latest = successor ? successor.get() : stream.get();
+  return latest != nullptr && !latest->hasEnded();
+}
+
+const std::string& CaptureTrack::heardSourceName() const {
+  connection.assertLocked();
+  return stream != nullptr ? stream->sourceName() : source;
 }
 
 bool CaptureTrack::isInterrupted() const {
@@ -133,8 +141,12 @@ void CaptureTrack::finish() {
 }
 
 /// Takes the samples over at once: what waits in a stream is lost when the stream ends.
-void CaptureTrack::samplesCame() {
+void CaptureTrack::samplesCame(PulseCaptureStream& teller) {
   connection.assertLocked();
+  if (&teller == successor.get()) {
+    stream = std::move(successor);
+    timeline.interrupt();
+  }
   const std::size_t before = samples.size();
   samples.resize(before + stream->readable());
   samples.resize(before + stream->read({samples.data() + before, samples.size() - before}));
@@ -149,15 +161,19 @@ void CaptureTrack::samplesCame() {
   if (listener.samplesCame) listener.samplesCame();
 }
 
-void CaptureTrack::samplesWereInterrupted() {
-  connection.assertLocked();
+void CaptureTrack::interrupt() {
   timeline.interrupt();
   if (listener.interrupted) listener.interrupted();
 }
 
-void CaptureTrack::streamEnded(const std::string& reason) {
+void CaptureTrack::samplesWereInterrupted(PulseCaptureStream& teller) {
   connection.assertLocked();
-  samplesWereInterrupted();
+  if (&teller == stream.get()) interrupt();
+}
+
+void CaptureTrack::streamEnded(PulseCaptureStream& teller, const std::string& reason) {
+  connection.assertLocked();
+  if (&teller == stream.get()) interrupt();
   if (listener.streamEnded) listener.streamEnded(reason);
 }
 

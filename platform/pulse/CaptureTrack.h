@@ -45,12 +45,16 @@ class CaptureTrack final : private PulseCaptureStream::Listener {
   /// Asks the server to let the samples flow; the answer comes with the operation.
   [[nodiscard]] Operation run();
 
-  /// Goes on with another source, or with none where the name is empty. Never waits.
+  /// Goes on with another source, or with none where the name is empty. Never waits: the samples go
+  /// on coming from the old source until the first come from the new one.
   void follow(const std::string& sourceName);
 
-  /// Where the samples come from now; empty where they come from nowhere.
+  /// Where the samples are to come from; empty where they come from nowhere.
   const std::string& sourceName() const;
   bool isConnected() const;
+
+  /// Where they come from as yet.
+  const std::string& heardSourceName() const;
 
   /// Samples are known to be missing before the next that come.
   bool isInterrupted() const;
@@ -82,10 +86,11 @@ class CaptureTrack final : private PulseCaptureStream::Listener {
   void finish();
 
  private:
-  void connect(bool isAtRest) REQUIRES(connection);
-  void samplesCame() override;
-  void samplesWereInterrupted() override;
-  void streamEnded(const std::string& reason) override;
+  std::unique_ptr<PulseCaptureStream> connect(bool isAtRest) REQUIRES(connection);
+  void interrupt() REQUIRES(connection);
+  void samplesCame(PulseCaptureStream& teller) override;
+  void samplesWereInterrupted(PulseCaptureStream& teller) override;
+  void streamEnded(PulseCaptureStream& teller, const std::string& reason) override;
   std::size_t bytesOf(std::chrono::microseconds duration) const;
   std::chrono::microseconds timeOf(std::size_t bytes) const;
 
@@ -99,6 +104,8 @@ class CaptureTrack final : private PulseCaptureStream::Listener {
   std::vector<std::byte> samples GUARDED_BY(connection);
   std::vector<std::byte> silence GUARDED_BY(connection);
   std::unique_ptr<PulseCaptureStream> stream GUARDED_BY(connection);
+  // Takes the stream's place with its first samples.
+  std::unique_ptr<PulseCaptureStream> successor GUARDED_BY(connection);
 };
 
 }  // namespace quenlor::platform::pulse

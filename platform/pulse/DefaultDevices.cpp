@@ -2,6 +2,7 @@
 
 #include <pulse/introspect.h>
 #include <pulse/subscribe.h>
+#include <utility>
 
 namespace quenlor::platform::pulse {
 namespace {
@@ -69,7 +70,7 @@ void DefaultDevices::answered() {
   if (isStale)
     ask();
   else
-    listener(answer);
+    listener(std::exchange(answer, {}));
 }
 
 }  // namespace quenlor::platform::pulse

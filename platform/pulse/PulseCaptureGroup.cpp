@@ -15,7 +15,7 @@ constexpr auto batch = 40ms;
 // A source that is this late, such as one that has to wake up, no longer holds back the other.
 constexpr auto patience = 500ms;
 
-// After the thread itself could not run, samples may be there to be read.
+// After this program could not run, samples may be there to be read.
 constexpr auto secondLook = 20ms;
 
 constexpr const char* names[] = {"System audio", "The microphone"};
@@ -41,7 +41,8 @@ void PulseCaptureGroup::add(CaptureRole role, CaptureTrack& track) {
                          [this, &member](const std::string& reason) {
                            connection.assertLocked();
                            // Where the whole connection ended, the connection has said so.
-                           if (connection.isGood()) tellInterruption(member, reason);
+                           if (connection.isGood() && member.track->isInterrupted())
+                             tellInterruption(member, reason);
                            if (streamEnded) streamEnded();
                          }});
 }
@@ -69,6 +70,8 @@ void PulseCaptureGroup::start() {
     if (members[i].track != nullptr) starts[i] = members[i].track->run();
   for (std::size_t i = 0; i < members.size(); ++i)
     if (members[i].track != nullptr) connection.waitFor(starts[i]);
+  // Where it ended meanwhile, there is nothing more to wait for.
+  if (!connection.isGood()) throw PlatformError(connection.lastError());
 }
 
 void PulseCaptureGroup::setStreamEnded(std::function<void()> callback) {
@@ -89,6 +92,8 @@ void PulseCaptureGroup::follow(CaptureRole role, const std::string& sourceName,
 }
 
 void PulseCaptureGroup::samplesCame(Member& member) {
+  if (!watch) return;
+  if (connection.wasNeglected()) hearAll();
   if (!isReleased) {
     if (mayRelease()) release();
     return;
@@ -99,9 +104,9 @@ void PulseCaptureGroup::samplesCame(Member& member) {
 }
 
 void PulseCaptureGroup::tellSource(Member& member) {
-  if (!member.isToldInterrupted && member.toldSource == member.track->sourceName()) return;
+  if (!member.isToldInterrupted && member.toldSource == member.track->heardSourceName()) return;
   member.isToldInterrupted = false;
-  member.toldSource = member.track->sourceName();
+  member.toldSource = member.track->heardSourceName();
   // In the form of the first device, since that is the recording's.
   const CaptureForm& form = member.track->form();
   connection.trace(std::string(member.name) + " comes from " + member.toldSource +
@@ -188,29 +193,28 @@ void PulseCaptureGroup::deliver() {
       member.track->deliver();
     }
   }
-  hasWatchExpired = false;
   watch->set(isAnySilent() ? batch : patience);
 }
 
 /// Silence has to go out before the reserve runs out.
 void PulseCaptureGroup::interrupted() {
-  if (!isReleased || !watch) return;
-  hasWatchExpired = true;
-  watch->set(batch);
+  if (isReleased && watch) watch->set(batch);
 }
 
 void PulseCaptureGroup::samplesStayedAway() {
   if (!isReleased) {
     release();
-  } else if (!hasWatchExpired && std::ranges::none_of(members, [this](const Member& member) {
-               connection.assertLocked();
-               return member.track != nullptr && member.track->isInterrupted();
-             })) {
-    hasWatchExpired = true;
+  } else if (connection.wasNeglected()) {
+    hearAll();
     watch->set(secondLook);
   } else {
     deliver();
   }
+}
+
+/// Nobody was there to hear them, so none counts as silent for that.
+void PulseCaptureGroup::hearAll() {
+  for (Member& member : members) member.lastHeard = Clock::now();
 }
 
 }  // namespace quenlor::platform::pulse

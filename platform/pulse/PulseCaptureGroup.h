@@ -71,15 +71,16 @@ class PulseCaptureGroup {
   void interrupted() REQUIRES(connection);
   void deliver() REQUIRES(connection);
   void samplesStayedAway() REQUIRES(connection);
+  void hearAll() REQUIRES(connection);
 
   PulseConnection& connection;
   std::array<Member, 2> members GUARDED_BY(connection);
   std::function<void()> streamEnded GUARDED_BY(connection);
   Clock::time_point startedAt GUARDED_BY(connection);
   bool isReleased GUARDED_BY(connection) = false;
-  // Expires when nothing was delivered for too long; exists while there are members.
+  // Expires when nothing was delivered for too long; exists from the start on, while there are
+  // members.
   std::optional<LoopTimer> watch GUARDED_BY(connection);
-  bool hasWatchExpired GUARDED_BY(connection) = false;
 };
 
 }  // namespace quenlor::platform::pulse

@@ -71,7 +71,7 @@ std::size_t PulseCaptureStream::read(std::span<std::byte> room) {
     const void* data = nullptr;
     std::size_t bytes = 0;
     if (pa_stream_peek(stream.get(), &data, &bytes) < 0 || bytes == 0) break;
-    // What was readable before the loop cannot have grown: only this thread adds to it.
+    // What was readable before the loop cannot have grown: only serving the connection adds to it.
     std::byte* const to = room.data() + done;
     if (data == nullptr)
       std::fill_n(to, bytes, std::byte{0});  // A hole: the server lost samples of this length.
@@ -86,7 +86,7 @@ std::size_t PulseCaptureStream::read(std::span<std::byte> room) {
 void PulseCaptureStream::stateChanged(pa_stream*, void* captureStream) {
   auto& self = *static_cast<PulseCaptureStream*>(captureStream);
   self.connection.assertLocked();
-  if (self.hasEnded()) self.listener.streamEnded(self.connection.lastError());
+  if (self.hasEnded()) self.listener.streamEnded(self, self.connection.lastError());
 }
 
 /// Where a device goes away, the server may take its stream to one of the other kind, a
@@ -96,16 +96,17 @@ void PulseCaptureStream::moved(pa_stream* stream, void* captureStream) {
   const char* const device = pa_stream_get_device_name(stream);
   if (self.isElsewhere || (device != nullptr && self.source == device)) return;
   self.isElsewhere = true;
-  self.listener.streamEnded("The server took it to another device.");
+  self.listener.streamEnded(self, "The server took it to another device.");
 }
 
 void PulseCaptureStream::suspensionChanged(pa_stream*, void* captureStream) {
-  static_cast<PulseCaptureStream*>(captureStream)->listener.samplesWereInterrupted();
+  auto& self = *static_cast<PulseCaptureStream*>(captureStream);
+  self.listener.samplesWereInterrupted(self);
 }
 
 void PulseCaptureStream::samplesCame(pa_stream*, std::size_t, void* captureStream) {
   auto& self = *static_cast<PulseCaptureStream*>(captureStream);
-  if (!self.isElsewhere) self.listener.samplesCame();
+  if (!self.isElsewhere) self.listener.samplesCame(self);
 }
 
 }  // namespace quenlor::platform::pulse

@@ -27,14 +27,14 @@ struct CaptureForm {
 /// instead of requiring it.
 class PulseCaptureStream {
  public:
-  /// Is told with the connection's lock held; must not destroy the stream meanwhile.
+  /// Is told by which stream, with the connection's lock held; must not destroy it meanwhile.
   class Listener {
    public:
     virtual ~Listener() = default;
-    virtual void samplesCame() = 0;
+    virtual void samplesCame(PulseCaptureStream& teller) = 0;
     /// Samples may be missing between those that came and those that will come.
-    virtual void samplesWereInterrupted() = 0;
-    virtual void streamEnded(const std::string& reason) = 0;
+    virtual void samplesWereInterrupted(PulseCaptureStream& teller) = 0;
+    virtual void streamEnded(PulseCaptureStream& teller, const std::string& reason) = 0;
   };
 
   /// Asks the server for a stream that flows at once, or that rests until run(). Throws
@@ -49,6 +49,8 @@ class PulseCaptureStream {
 
   /// Asks the server to let the samples flow; the answer comes with the operation.
   [[nodiscard]] Operation run();
+
+  const std::string& sourceName() const { return source; }
 
   bool hasEnded() const {
     return isElsewhere || !PA_STREAM_IS_GOOD(pa_stream_get_state(stream.get()));

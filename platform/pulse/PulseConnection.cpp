@@ -12,6 +12,10 @@ using namespace std::chrono_literals;
 constexpr char applicationName[] = "Quenlor Helper";
 constexpr char applicationID[] = "com.quenlor.helper.audio";
 
+// Several times what a busy machine delays a thread by, and less than any time that counts as
+// silence.
+constexpr auto longestRegularPause = 200ms;
+
 }  // namespace
 
 void PulseConnection::ContextCloser::operator()(pa_context* closing) const {
@@ -88,8 +92,10 @@ void PulseConnection::stateChanged(pa_context*, void* connection) {
 void PulseConnection::serve() {
   if (!mutex.tryLock()) return;
   assertLocked();
+  isNeglected = std::chrono::steady_clock::now() - servedAt > longestRegularPause;
   while (pa_mainloop_iterate(mainloop.get(), 0, nullptr) > 0) {
   }
+  servedAt = std::chrono::steady_clock::now();
   mutex.unlock();
 }
 
@@ -110,9 +116,9 @@ void PulseConnection::waitUntil(const std::function<bool()>& done) {
 /// Waits until there is something to run callbacks for, and runs them.
 void PulseConnection::serveOnce(std::chrono::nanoseconds longest) {
   const auto microseconds = std::chrono::ceil<std::chrono::microseconds>(longest).count();
-  pa_mainloop_prepare(mainloop.get(), static_cast<int>(microseconds));
-  pa_mainloop_poll(mainloop.get());
-  pa_mainloop_dispatch(mainloop.get());
+  if (pa_mainloop_prepare(mainloop.get(), static_cast<int>(microseconds)) < 0) return;
+  if (pa_mainloop_poll(mainloop.get()) >= 0) pa_mainloop_dispatch(mainloop.get());
+  servedAt = std::chrono::steady_clock::now();
 }
 
 void PulseConnection::waitFor(const Operation& operation) {

@@ -60,6 +60,10 @@ class CAPABILITY("connection") PulseConnection {
   /// thread holds the connection. May be called from any thread.
   void serve() EXCLUDES(this);
 
+  /// For callbacks: whether nobody served the connection for so long before now that the times at
+  /// which things come say little. What has come meanwhile may still wait to be read.
+  bool wasNeglected() REQUIRES(this) { return isNeglected; }
+
   /// Whom to call back each time the connection got ready or ended. The callback must not reopen()
   /// the connection.
   void setStateListener(std::function<void()> callback) REQUIRES(this) {
@@ -108,6 +112,8 @@ class CAPABILITY("connection") PulseConnection {
   std::function<void()> stateListener GUARDED_BY(this);
   // Whether this connection has been ready and its end has not been told yet.
   bool wasReady GUARDED_BY(this) = false;
+  std::chrono::steady_clock::time_point servedAt GUARDED_BY(this) = {};
+  bool isNeglected GUARDED_BY(this) = false;
 };
 
 /// Holds a connection's lock for a scope.

@@ -40,6 +40,7 @@ void PulseEngine::installTap(std::uint32_t, std::uint32_t, const AudioFormat& fo
 }
 
 void PulseEngine::removeTap(std::uint32_t) {
+  connection.serve();  // What has come by now belongs to the recording.
   ConnectionLock held(connection);
   if (track != nullptr) track->finish();
   tap.reset();

@@ -178,6 +178,7 @@ void PulseHardware::start(const Tap& tap, IOProc& ioProc) {
 
 void PulseHardware::stop(IOProc& ioProc) {
   if (ioProc.track == nullptr) return;
+  connection.serve();  // What has come by now belongs to the recording.
   supervisor.stop();
   {
     ConnectionLock held(connection);

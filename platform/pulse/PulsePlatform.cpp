@@ -21,13 +21,13 @@ constexpr auto standbyInterval = 200ms;
 
 PulsePlatform::Server::Server(const TraceSink& trace, EventLoop& queueLoop)
     : connection(trace), loop(queueLoop), servedAt(Clock::now()) {
+  standBy();
   loop.startPolling(
       [this] {
         connection.serve();
         servedAt = Clock::now();
       },
       servingInterval);
-  standBy();
 }
 
 PulsePlatform::Server::~Server() {

@@ -55,6 +55,9 @@ nlohmann::json parse(std::string_view text) {
 struct JSONObject::Document {
   nlohmann::json json;
 
+  // The library's destructor takes memory where there are members, and ends the program without it.
+  ~Document() { json.clear(); }
+
   const nlohmann::json& member(const std::string& key) const {
     const auto found = json.find(key);
     if (found == json.end())
@@ -94,6 +97,8 @@ std::uint64_t JSONObject::unsignedInteger(const std::string& key) const {
 
 struct JSONEncoder::Document {
   nlohmann::ordered_json json = nlohmann::ordered_json::object();
+
+  ~Document() { json.clear(); }  // as above
 };
 
 JSONEncoder::JSONEncoder() : document(std::make_unique<Document>()) {}

@@ -13,6 +13,7 @@
 #include <exception>
 #include <fcntl.h>
 #include <memory>
+#include <new>
 #include <optional>
 #include <pthread.h>
 #include <span>
@@ -91,8 +92,13 @@ void QuenlorHelperAudioMain::writeFrame(std::string_view json) {
 }
 
 void QuenlorHelperAudioMain::writeError(const std::exception& error) {
-  const auto* described = dynamic_cast<const LocalizedError*>(&error);
-  reportSidecarError(described != nullptr ? described->errorDescription() : error.what());
+  try {
+    const auto* described = dynamic_cast<const LocalizedError*>(&error);
+    reportSidecarError(described != nullptr ? described->errorDescription() : error.what());
+  } catch (const std::bad_alloc&) {
+    constexpr std::string_view text = "Memory has run out.\n";
+    [[maybe_unused]] const auto written = ::write(STDERR_FILENO, text.data(), text.size());
+  }
 }
 
 /// A parent may start this program with descriptors 0, 1 or 2 closed. They are filled, so that no
@@ -124,8 +130,8 @@ void blockWriteSignals() {
 int main() {
   quenlor::fillStandardDescriptors();
   quenlor::blockWriteSignals();
-  quenlor::sidecarLogURL = quenlor::defaultSidecarLogURL();
   try {
+    quenlor::sidecarLogURL = quenlor::defaultSidecarLogURL();
     quenlor::QuenlorHelperAudioMain::run();
     return 0;
   } catch (const std::exception& error) {
