@@ -2,8 +2,6 @@
 
 #include "tests/support/WaveFile.h"
 
-#include <fstream>
-#include <iterator>
 #include <regex>
 #include <sstream>
 
@@ -25,11 +23,6 @@ ChildProcess Conversation::launch() const {
 void Conversation::awaitReady(ChildProcess& child) const {
   child.write(startLine());
   ASSERT_EQ(child.readLine(), R"({"status":"ready"})") << child.standardError();
-}
-
-Outcome Conversation::finish(ChildProcess& child) {
-  const int status = child.waitForExit();
-  return {status, child.standardOutput(), child.standardError()};
 }
 
 Outcome Conversation::converse(std::string_view input) const {
@@ -61,15 +54,6 @@ std::vector<std::string> linesOf(const std::string& text) {
   std::vector<std::string> lines;
   for (std::string line; std::getline(stream, line);) lines.push_back(line);
   return lines;
-}
-
-std::string readFile(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-void writeFile(const std::filesystem::path& path, std::string_view text) {
-  std::ofstream(path, std::ios::binary) << text;
 }
 
 std::string expectFailure(const Outcome& run, std::string_view expectedOutput) {

@@ -12,13 +12,6 @@
 
 namespace quenlor::test {
 
-/// What is seen of a run once it has ended.
-struct Outcome {
-  int status;
-  std::string output;
-  std::string errors;
-};
-
 /// Starts the program on the virtual devices, in a folder of its own, and speaks with it.
 class Conversation : public testing::Test {
  public:
@@ -33,8 +26,6 @@ class Conversation : public testing::Test {
   [[nodiscard]] ChildProcess launch() const;
   /// Writes the start line and returns once the ready line has come.
   void awaitReady(ChildProcess& child) const;
-  /// Waits for the end, without closing the program's input.
-  static Outcome finish(ChildProcess& child);
   /// A whole run: writes `input` at once, then closes the program's input.
   [[nodiscard]] Outcome converse(std::string_view input) const;
   /// A whole run: `stop` is written after the ready line, and the input stays open.
@@ -57,8 +48,6 @@ inline const std::vector<std::string> malformedUTF8 = {
     "\x80", "\xC3\x28", "\xE2\x82", "\xC0\x80", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xFF"};
 
 [[nodiscard]] std::vector<std::string> linesOf(const std::string& text);
-[[nodiscard]] std::string readFile(const std::filesystem::path& path);
-void writeFile(const std::filesystem::path& path, std::string_view text);
 
 /// The run ended with status 1, wrote `expectedOutput` and no more, and ended standard error with
 /// one line of an error, which is returned. Every line before it is a trace line.

@@ -1,16 +1,16 @@
-// What happens to whatever stands at the output path, and to what stands around it.
+// What a recording holds, and what happens to whatever stood at its path and around it.
 
 #include "tests/conversation/Conversation.h"
 #include "tests/support/MountedFolder.h"
+#include "tests/support/Tone.h"
 #include "tests/support/WaveFile.h"
 
 #include <functional>
+#include <span>
 #include <string>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <thread>
-#include <unistd.h>
+#include <utility>
 
 namespace quenlor::test {
 
@@ -18,70 +18,68 @@ namespace {
 
 namespace fs = std::filesystem;
 
-using OutputFile = Conversation;
+using Actions = std::vector<std::pair<std::string, std::function<void()>>>;
 
-// Leaves a socket's name in the file system.
-void makeSocket(const fs::path& path) {
-  const int descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  ASSERT_LT(path.string().size(), sizeof address.sun_path);
-  path.string().copy(address.sun_path, sizeof address.sun_path - 1);
-  EXPECT_EQ(bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  close(descriptor);
-}
-
-// Long enough to record more than 16 KiB, which is 85 ms.
-constexpr std::chrono::milliseconds overflowTime{250};
-
-TEST_F(OutputFile, ReplacesAnOlderFileAndMakesMissingFolders) {
-  writeFile(output, std::string(1'000'000, 'x'));
-  expectRecording(recordUntil("stop\n"), output);
-
-  output = folder / "a/b c/\xC3\xA4/recording.wav";
-  expectRecording(recordUntil("stop\n"), output);
-}
-
-TEST_F(OutputFile, MayBeRelative) {
-  options.workingDirectory = folder.path();
-  for (const char* path : {"relative.wav", "new/../new/relative.wav", "./-"}) {
-    expectRecording(converse(startLine(path) + "stop\n"), folder / path);
+class OutputFile : public Conversation {
+ protected:
+  // Records more than the 16 KiB that there is room for, which is 85 ms.
+  void expectRemovedWhenThereIsNoRoom(const std::string& reason) const {
+    ChildProcess child = launch();
+    awaitReady(child);
+    std::this_thread::sleep_for(std::chrono::milliseconds{250});
+    child.write("stop\n");
+    const std::string error = expectFailure(finish(child), readyLine);
+    EXPECT_NE(error.find(reason), std::string::npos) << error;
+    EXPECT_FALSE(fs::exists(output));
   }
+};
+
+TEST_F(OutputFile, HoldsBothSourcesAtTheirLevel) {
+  ChildProcess child = launch();
+  awaitReady(child);
+  std::this_thread::sleep_for(std::chrono::seconds{1});
+  child.write("stop\n");
+  expectRecording(finish(child), output);
+
+  const WaveFile wave = readWaveFile(output);
+  ASSERT_GE(wave.durationSeconds(), 0.95);
+  EXPECT_EQ(wave.left, wave.right);
+  // Half a second, a whole number of periods of both tones, away from either end.
+  const std::span<const float> middle = std::span(wave.left).subspan(9600, 24000);
+  const ToneFit system = fitTone(middle, 440, 48000);
+  const ToneFit microphone = fitTone(middle, 1000, 48000);
+  EXPECT_NEAR(system.amplitude, 0.25, 0.005);
+  EXPECT_NEAR(microphone.amplitude, 0.25, 0.005);
+  EXPECT_LT(fitTone(withoutTone(middle, 440, 48000, system), 1000, 48000).residualDecibels, -60);
 }
 
-TEST_F(OutputFile, ReplacesALinkAndLeavesItsTarget) {
-  const fs::path target = folder / "target.txt";
-  writeFile(target, "precious");
-  fs::create_symlink(target, output);
-  expectRecording(recordUntil("stop\n"), output);
-  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(output)));
-  EXPECT_EQ(readFile(target), "precious");
-
-  fs::remove(output);
-  fs::create_symlink(folder / "nowhere", output);
-  expectRecording(recordUntil("stop\n"), output);
-  EXPECT_FALSE(fs::exists(folder / "nowhere"));
-
-  fs::remove(output);
-  fs::create_hard_link(target, output);
-  expectRecording(recordUntil("stop\n"), output);
-  EXPECT_EQ(readFile(target), "precious");
+TEST_F(OutputFile, MayBeRelativeInMissingFolders) {
+  options.workingDirectory = folder.path();
+  for (const char* path :
+       {"relative.wav", "new/../new/relative.wav", "./-", "a/b c/\xC3\xA4/r.wav"})
+    expectRecording(converse(startLine(path) + "stop\n"), folder / path);
 }
 
-TEST_F(OutputFile, ReplacesWhatIsNoFile) {
-  const fs::path inside = folder / "directory/inside.txt";
-  fs::create_directory(inside.parent_path());
-  writeFile(inside, "precious");
-  for (const std::function<void()>& put : std::vector<std::function<void()>>{
-           [&] { ASSERT_EQ(mkfifo(output.c_str(), 0600), 0); },
-           [&] { makeSocket(output); },
-           [&] { fs::create_symlink(output, output); },
-           [&] { fs::create_directory_symlink(inside.parent_path(), output); },
-       }) {
+TEST_F(OutputFile, ReplacesWhatStandsThereButNotWhatALinkNames) {
+  const fs::path precious = folder / "directory/precious.txt";
+  fs::create_directory(precious.parent_path());
+  writeFile(precious, "precious");
+  const Actions obstacles = {
+      {"longer file", [&] { writeFile(output, std::string(1'000'000, 'x')); }},
+      {"link", [&] { fs::create_symlink(precious, output); }},
+      {"hard link", [&] { fs::create_hard_link(precious, output); }},
+      {"dangling link", [&] { fs::create_symlink(folder / "nowhere", output); }},
+      {"link to itself", [&] { fs::create_symlink(output, output); }},
+      {"link to a folder", [&] { fs::create_directory_symlink(precious.parent_path(), output); }},
+      {"named pipe", [&] { ASSERT_EQ(mkfifo(output.c_str(), 0600), 0); }},
+  };
+  for (const auto& [name, put] : obstacles) {
+    SCOPED_TRACE(name);
     put();
     expectRecording(recordUntil("stop\n"), output);
     EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(output)));
-    EXPECT_EQ(readFile(inside), "precious");
+    EXPECT_EQ(readFile(precious), "precious");
+    EXPECT_FALSE(fs::exists(folder / "nowhere"));
     fs::remove(output);
   }
 }
@@ -96,50 +94,38 @@ TEST_F(OutputFile, IsRefusedWhereItCannotBeMade) {
   const std::set<std::string> before = filesLeft();
 
   const std::string here = folder.path().string();
-  for (const std::string& path : {
-           here + "/directory",
-           here + "/directory/",
-           here + "/empty",
-           here + "/file/recording.wav",
-           here + "/file/deeper/recording.wav",
-           here + "/dangling/recording.wav",
-           here + "/empty/..",
-           here + "/empty/.",
-           here + "/missing/..",
-           here + "/missing/recording.wav/.",
-           here + "/file\\u0000.wav",
-           here + "/new\\u0000/recording.wav",
-           std::string(),
-           std::string("."),
-           std::string(".."),
-           std::string("/"),
-           std::string("//"),
-       }) {
-    SCOPED_TRACE(path);
+  const std::string longName(4096, 'n');
+  std::string deep;
+  while (deep.size() < 8192) deep += "deeper/";
+  for (const std::string& path : {here + "/directory",
+                                  here + "/directory/",
+                                  here + "/empty",
+                                  here + "/file/recording.wav",
+                                  here + "/file/deeper/recording.wav",
+                                  here + "/dangling/recording.wav",
+                                  here + "/empty/..",
+                                  here + "/empty/.",
+                                  here + "/missing/..",
+                                  here + "/missing/recording.wav/.",
+                                  here + "/file\\u0000.wav",
+                                  here + "/new\\u0000/recording.wav",
+                                  std::string(),
+                                  std::string("."),
+                                  std::string(".."),
+                                  std::string("/"),
+                                  std::string("//"),
+                                  here + "/" + longName,
+                                  here + "/" + longName + "/a.wav",
+                                  here + "/" + deep + "a.wav",
+                                  deep + "a.wav"}) {
+    SCOPED_TRACE(path.substr(0, 80));
     expectFailure(converse(startLine(path) + "stop\n"), "");
     EXPECT_EQ(filesLeft(), before);
     EXPECT_EQ(readFile(folder / "directory/inside.txt"), "precious");
     EXPECT_EQ(readFile(folder / "file"), "precious");
   }
-}
-
-TEST_F(OutputFile, IsRefusedWhereItCannotBeOpened) {
-  const std::string path = folder / std::string(300, 'n');
-  EXPECT_EQ(expectFailure(converse(startLine(path) + "stop\n"), ""),
+  EXPECT_EQ(expectFailure(converse(startLine(here + "/" + longName.substr(0, 300))), ""),
             "WaveWriter could not open the output file.");
-}
-
-TEST_F(OutputFile, IsRefusedWhereItsPathIsTooLong) {
-  const std::string folderOf4096(4096, 'n');
-  std::string deep;
-  while (deep.size() < 8192) deep += "deeper/";
-  options.workingDirectory = folder.path();
-  for (const fs::path& path : {folder / folderOf4096 / "a.wav", folder / folderOf4096,
-                               folder / deep / "a.wav", fs::path(deep) / "a.wav"}) {
-    SCOPED_TRACE(path.string().substr(0, 80));
-    expectFailure(converse(startLine(path.string()) + "stop\n"), "");
-    EXPECT_EQ(filesLeft(), std::set<std::string>{});
-  }
 }
 
 TEST_F(OutputFile, IsRefusedInAReadOnlyFolder) {
@@ -154,45 +140,35 @@ TEST_F(OutputFile, IsRefusedInAReadOnlyFolder) {
   }
 }
 
-TEST_F(OutputFile, OfAnotherProgramOutlivesAFailedRecording) {
-  ChildProcess child = launch();
-  awaitReady(child);
-  writeFile(folder / "other", "precious");
-  fs::rename(folder / "other", output);
-  child.write("halt\n");
-  expectFailure(finish(child), readyLine);
-  EXPECT_EQ(readFile(output), "precious");
-}
-
-// What is recorded goes on into the file that was made, wherever its name went.
-TEST_F(OutputFile, MayBeMovedOrRemovedMeanwhile) {
+// What is recorded goes on into the file that was made, wherever its name went; a file that came
+// to that name meanwhile is somebody else's.
+TEST_F(OutputFile, MayBeMovedRemovedOrReplacedMeanwhile) {
   const fs::path moved = folder / "moved.wav";
-  const fs::path other = folder / "other";
-  struct Case {
-    const char* name;
-    std::function<void()> interfere;
-    std::set<std::string> left;
+  const Actions interferences = {
+      {"moved.wav", [&] { fs::rename(output, moved); }},
+      {"", [&] { fs::remove(output); }},
+      {"recording.wav", [&] { fs::rename(folder / "other", output); }},
   };
-  for (const Case& c : std::vector<Case>{
-           {"moved", [&] { fs::rename(output, moved); }, {"moved.wav"}},
-           {"removed", [&] { fs::remove(output); }, {}},
-           {"replaced", [&] { fs::rename(other, output); }, {"recording.wav"}},
-       }) {
-    SCOPED_TRACE(c.name);
-    ChildProcess child = launch();
-    awaitReady(child);
-    if (c.left.contains("recording.wav")) writeFile(other, "precious");
-    c.interfere();
-    child.write("stop\n");
-    EXPECT_EQ(finish(child).status, 0);
-    EXPECT_EQ(filesLeft(), c.left);
-    if (c.left.contains("moved.wav")) {
-      EXPECT_NO_THROW((void)readWaveFile(moved));
+  for (const bool stops : {true, false}) {
+    for (const auto& [left, interfere] : interferences) {
+      SCOPED_TRACE(left);
+      ChildProcess child = launch();
+      awaitReady(child);
+      writeFile(folder / "other", "precious");
+      interfere();
+      fs::remove(folder / "other");
+      child.write(stops ? "stop\n" : "halt\n");
+      EXPECT_EQ(finish(child).status, stops ? 0 : 1);
+      EXPECT_EQ(filesLeft(), left.empty() ? std::set<std::string>{} : std::set{left});
+      if (left == "recording.wav") {
+        EXPECT_EQ(readFile(output), "precious");
+      }
+      if (left == "moved.wav" && stops) {
+        EXPECT_NO_THROW((void)readWaveFile(moved));
+      }
+      fs::remove(moved);
+      fs::remove(output);
     }
-    if (c.left.contains("recording.wav")) {
-      EXPECT_EQ(readFile(output), "precious");
-    }
-    fs::remove(moved);
   }
 }
 
@@ -200,24 +176,12 @@ TEST_F(OutputFile, IsRemovedWhenTheDiskIsFull) {
   const MountedFolder small(folder / "small", 16384);
   if (!small.isMounted()) GTEST_SKIP() << "Mounting a small file system is not permitted here.";
   output = folder / "small/recording.wav";
-  ChildProcess child = launch();
-  awaitReady(child);
-  std::this_thread::sleep_for(overflowTime);
-  child.write("stop\n");
-  const std::string error = expectFailure(finish(child), readyLine);
-  EXPECT_NE(error.find("No space left on device"), std::string::npos) << error;
-  EXPECT_EQ(filesLeft(), std::set<std::string>{"small"});
+  expectRemovedWhenThereIsNoRoom("No space left on device");
 }
 
 TEST_F(OutputFile, IsRemovedWhenItExceedsALimit) {
   options.fileSizeLimit = 16384;
-  ChildProcess child = launch();
-  awaitReady(child);
-  std::this_thread::sleep_for(overflowTime);
-  child.write("stop\n");
-  const std::string error = expectFailure(finish(child), readyLine);
-  EXPECT_NE(error.find("File too large"), std::string::npos) << error;
-  EXPECT_EQ(filesLeft(), std::set<std::string>{});
+  expectRemovedWhenThereIsNoRoom("File too large");
 }
 
 }  // namespace

@@ -17,14 +17,11 @@ std::string withMember(const std::string& line, const std::string& original,
   return line.substr(0, at) + member + line.substr(at + original.size());
 }
 
-std::string nested(std::size_t depth) {
-  return std::string(depth, '[') + std::string(depth, ']');
-}
-
 TEST_F(Start, RefusesAnythingButARequest) {
   const std::string line = startLine();
   const std::string path = "\"outputPath\":\"" + output.string() + "\"";
   const std::string title = "\"title\":\"Weekly\"";
+  const std::string nested = std::string(100000, '[') + std::string(100000, ']');
   std::string objects;
   for (int depth = 0; depth < 100000; ++depth) objects += "{\"a\":";
   const std::vector<std::pair<const char*, std::string>> cases = {
@@ -32,9 +29,7 @@ TEST_F(Start, RefusesAnythingButARequest) {
       {"a broken object", line.substr(0, line.size() / 2) + "\n"},
       {"text after the object", line.substr(0, line.size() - 1) + "}\n"},
       {"an array", "[" + line.substr(0, line.size() - 1) + "]\n"},
-      {"a string", "\"mixed\"\n"},
       {"null", "null\n"},
-      {"no members", "{}\n"},
       {"no title", withMember(line, "," + title, "")},
       {"a title that is null", withMember(line, title, "\"title\":null")},
       {"a title that is a number", withMember(line, title, "\"title\":5")},
@@ -42,14 +37,10 @@ TEST_F(Start, RefusesAnythingButARequest) {
       {"no output path", withMember(line, path + ",", "")},
       {"an output path in an array", withMember(line, path, "\"outputPath\":[\"a.wav\"]")},
       {"no mode", withMember(line, "\"mode\":\"mixed\",", "")},
-      {"a mode that is true", withMember(line, "\"mixed\"", "true")},
       {"half of a surrogate pair", withMember(line, "Weekly", R"(\uD800)")},
       {"a control character in a string", withMember(line, "Weekly", "\x01")},
-      {"deep nesting", nested(100000) + "\n"},
-      {"deep nesting in an unknown member",
-       withMember(line, title, title + ",\"more\":" + nested(100000))},
-      {"nesting that never closes", std::string(100000, '[') + "\n"},
-      {"nested objects", objects + "\n"},
+      {"deep nesting", withMember(line, title, title + ",\"more\":" + nested)},
+      {"nested objects that never close", objects + "\n"},
   };
   for (const auto& [name, input] : cases) {
     SCOPED_TRACE(name);
@@ -59,12 +50,11 @@ TEST_F(Start, RefusesAnythingButARequest) {
 }
 
 TEST_F(Start, RefusesBytesThatAreNotUTF8) {
-  const std::string line = startLine();
   for (const std::string place : {"mixed", "recording", "Weekly", "title"}) {
     for (const std::string& bytes : malformedUTF8) {
       SCOPED_TRACE(place + bytes);
-      const std::string error = expectFailure(converse(withMember(line, place, place + bytes)), "");
-      EXPECT_TRUE(error.starts_with("The message is not valid JSON: ")) << error;
+      const Outcome run = converse(withMember(startLine(), place, place + bytes));
+      EXPECT_TRUE(expectFailure(run, "").starts_with("The message is not valid JSON: "));
       EXPECT_EQ(filesLeft(), std::set<std::string>{});
     }
   }
@@ -72,7 +62,6 @@ TEST_F(Start, RefusesBytesThatAreNotUTF8) {
 
 TEST_F(Start, RefusesOtherModesAsReceived) {
   for (const std::string mode : {"Mixed", " mixed", "mixed ", "", "system"}) {
-    SCOPED_TRACE(mode);
     const Outcome run = converse(withMember(startLine(), "\"mixed\"", "\"" + mode + "\""));
     EXPECT_EQ(expectFailure(run, ""),
               "Mixed mode is required for Quenlor helper capture. Received: " + mode);
@@ -88,37 +77,29 @@ TEST_F(Start, NeedsALine) {
 
 TEST_F(Start, AcceptsAnyOrderMoreMembersAndBlanksAround) {
   const std::string path = "\"outputPath\":\"" + output.string() + "\"";
-  for (const std::string& line : {
-           "{\"title\":\"\"," + path + ",\"mode\":\"mixed\"}\n",
+  const std::string line = startLine().substr(0, startLine().size() - 1);
+  for (const std::string& input : {
+           "{\"title\":\"\"," + path + ",\"mode\":\"mixed\"}\nstop\n",
            "{ \"more\":{\"title\":[1.5,null]}, \"title\":\"T\", " + path +
-               ",\"mode\":\"mixed\" }\n",
-           "\n \t\r\n  " + startLine().substr(0, startLine().size() - 1) + " \r\n",
-           "{\"\\u006dode\":\"mi\\u0078ed\",\"title\":\"\\ud834\\udd1e\"," + path + "}\n",
+               ",\"mode\":\"mixed\" }\nstop\n",
+           "{\"\\u006dode\":\"mi\\u0078ed\",\"title\":\"\\ud834\\udd1e\"," + path + "}\nstop\n",
+           "\n \t\r\n  " + line + " \r\nstop\n", std::string(1'000'000, ' ') + line + "\nstop\n",
+           line,  // the end of input is an end of a line, and a stop
        }) {
-    SCOPED_TRACE(line);
-    expectRecording(converse(line + "stop\n"), output);
+    SCOPED_TRACE(input.substr(0, 80));
+    expectRecording(converse(input), output);
     std::filesystem::remove(output);
   }
-}
-
-TEST_F(Start, TakesALineOfManyReadsButNotAnEndlessOne) {
-  const std::string longLine = std::string(1'000'000, ' ') + startLine();
-  expectRecording(converse(longLine + "stop\n"), output);
-  std::filesystem::remove(output);
-
-  ChildProcess child = launch();
-  child.write(std::string((1 << 20) + 4096, ' '));
-  EXPECT_TRUE(expectFailure(finish(child), "")
-                  .starts_with("The helper audio sidecar could not read stdin: "));
-  EXPECT_EQ(filesLeft(), std::set<std::string>{});
 }
 
 TEST_F(Start, HoldsLittleOfAnEndlessLine) {
   ChildProcess child = launch();
   const std::string mebibyte(1 << 20, 'x');
   for (int written = 0; written < 1024; ++written) child.write(mebibyte);
-  expectFailure(finish(child), "");
+  EXPECT_TRUE(expectFailure(finish(child), "")
+                  .starts_with("The helper audio sidecar could not read stdin: "));
   EXPECT_LT(child.peakMemoryKiB(), 64 * 1024);
+  EXPECT_EQ(filesLeft(), std::set<std::string>{});
 }
 
 TEST_F(Start, WaitsForTheLineFeed) {
@@ -129,11 +110,6 @@ TEST_F(Start, WaitsForTheLineFeed) {
   EXPECT_EQ(filesLeft(), std::set<std::string>{});
   child.write("\nstop\n");
   expectRecording(finish(child), output);
-}
-
-TEST_F(Start, TakesAnUnfinishedLineAtTheEndOfInput) {
-  const std::string line = startLine();
-  expectRecording(converse(line.substr(0, line.size() - 1)), output);
 }
 
 }  // namespace

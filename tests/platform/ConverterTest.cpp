@@ -1,25 +1,56 @@
 #include "platform/AudioPlatform.h"
 #include "platform/common/SoxrConverter.h"
-#include "tests/platform/Conversion.h"
 #include "tests/support/Tone.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
 #include <numbers>
 #include <random>
 #include <span>
+#include <utility>
+#include <vector>
 
 namespace quenlor::platform {
 namespace {
 
-using test::capacityFor;
-using test::Converted;
-using test::convertOne;
-
 using Status = ConverterOutputStatus;
 
 const AudioFormat target = AudioFormat::float32(48000, 2, false);
+
+// What came out of a converter so far.
+struct Converted {
+  std::vector<float> left, right;
+  Status lastStatus{};
+};
+
+// The input block that hands over one buffer, or none, and then reports the end.
+AudioConverter::InputBlock once(std::shared_ptr<PCMBuffer> buffer) {
+  return [buffer = std::move(buffer)](std::uint32_t, auto& status) mutable {
+    status = buffer ? ConverterInputStatus::haveData : ConverterInputStatus::endOfStream;
+    return std::exchange(buffer, nullptr);
+  };
+}
+
+// The output room that a caller gives for a number of source frames.
+std::uint32_t capacityFor(double fromRate, double toRate, std::uint32_t frames) {
+  const double ratio = toRate / fromRate;
+  return static_cast<std::uint32_t>(std::ceil(ratio * frames));
+}
+
+// Converts one buffer into room for capacity frames and appends what came out.
+void convertOne(AudioConverter& converter, std::shared_ptr<PCMBuffer> source,
+                std::uint32_t capacity, Converted& result) {
+  const auto output = PCMBuffer::create(target, capacity);
+  std::exception_ptr error;
+  result.lastStatus = converter.convert(*output, error, once(std::move(source)));
+  if (error) std::rethrow_exception(error);
+  const auto planes = output->floatChannelData();
+  result.left.insert(result.left.end(), planes[0], planes[0] + output->frameLength());
+  result.right.insert(result.right.end(), planes[1], planes[1] + output->frameLength());
+}
 
 std::shared_ptr<PCMBuffer> monoBuffer(double rate, std::span<const float> samples) {
   const auto frames = static_cast<std::uint32_t>(samples.size());
@@ -43,7 +74,7 @@ Converted convertPieces(double rate, std::span<const float> samples,
     samples = samples.subspan(piece.size());
     const auto frames = static_cast<std::uint32_t>(piece.size());
     const std::uint32_t capacity = capacityFor(rate, 48000, frames);
-    convertOne(*converter, target, monoBuffer(rate, piece), capacity, result);
+    convertOne(*converter, monoBuffer(rate, piece), capacity, result);
   }
   return result;
 }
@@ -96,11 +127,11 @@ TEST(Converter, NeverExceedsTheRoomAndKeepsTheRest) {
   for (const double rate : {44100.0, 48000.0}) {
     const auto samples = test::makeTone(440, rate, 0.5, 4410);
     Converted roomy, narrow;
-    convertOne(*monoConverter(rate), target, monoBuffer(rate, samples), 5000, roomy);
+    convertOne(*monoConverter(rate), monoBuffer(rate, samples), 5000, roomy);
     const auto converter = monoConverter(rate);
-    convertOne(*converter, target, monoBuffer(rate, samples), 100, narrow);
+    convertOne(*converter, monoBuffer(rate, samples), 100, narrow);
     EXPECT_EQ(narrow.left.size(), 100U);
-    while (narrow.lastStatus == Status::haveData) convertOne(*converter, target, {}, 100, narrow);
+    while (narrow.lastStatus == Status::haveData) convertOne(*converter, {}, 100, narrow);
     EXPECT_EQ(narrow.lastStatus, Status::endOfStream);
     EXPECT_EQ(narrow.left, roomy.left);
     EXPECT_EQ(narrow.right, roomy.right);
@@ -144,14 +175,125 @@ TEST(Converter, ReportsBuffersOfAnotherFormatInsteadOfMisreadingThem) {
   for (const auto& [input, output] :
        {std::pair{wrongInput, rightOutput}, std::pair{rightInput, wrongOutput}}) {
     std::exception_ptr error;
-    EXPECT_EQ(converter->convert(*output, error, test::once(input)), Status::error);
-    ASSERT_TRUE(error);
-    EXPECT_THROW(std::rethrow_exception(error), PlatformError);
+    EXPECT_EQ(converter->convert(*output, error, once(input)), Status::error);
+    EXPECT_THROW(error ? std::rethrow_exception(error) : void(), PlatformError);
     EXPECT_EQ(output->frameLength(), 0U);
   }
   Converted result;
-  convertOne(*converter, target, monoBuffer(44100, std::vector<float>(4410)), 4801, result);
+  convertOne(*converter, monoBuffer(44100, std::vector<float>(4410)), 4801, result);
   EXPECT_EQ(result.lastStatus, Status::haveData) << "an error does not spoil the converter";
+}
+
+constexpr std::uint32_t isFloat = kAudioFormatFlagIsFloat;
+constexpr std::uint32_t isSigned = kAudioFormatFlagIsSignedInteger;
+constexpr std::uint32_t frameCount = 2000;
+
+AudioFormat makeFormat(double rate, std::uint32_t kind, std::uint32_t bits, std::uint32_t channels,
+                       bool interleaved) {
+  auto description = AudioFormat::float32(rate, channels, interleaved).streamDescription();
+  description.mFormatFlags = (description.mFormatFlags & ~isFloat) | kind;
+  description.mBitsPerChannel = bits;
+  description.mBytesPerFrame = description.mBytesPerPacket = description.mBytesPerFrame * bits / 32;
+  return *AudioFormat::fromStreamDescription(description);
+}
+
+// A signal of 16-bit steps, which every format can hold exactly: a tone on the first channel,
+// another on the second, and full scale on any further one, which must not be heard.
+std::int32_t stepAt(std::uint32_t channel, std::uint32_t frame) {
+  if (channel >= 2) return -32768;
+  const double amplitude = frame % 100 == 0 ? 32767 : 20000;
+  return static_cast<std::int32_t>(std::lround(amplitude * std::sin(0.05 * (channel + 1) * frame)));
+}
+
+void encode(std::byte* bytes, std::uint32_t kind, std::uint32_t bits, std::int32_t step) {
+  const float single = static_cast<float>(step) / 32768;
+  const double precise = step / 32768.0;
+  const std::int32_t integer = step * (bits == 16 ? 1 : bits == 24 ? 256 : 65536);
+  const void* value = &integer;
+  if (kind == isFloat) value = bits == 32 ? static_cast<const void*>(&single) : &precise;
+  std::memcpy(bytes, value, bits / 8);
+}
+
+std::shared_ptr<PCMBuffer> makeSignal(const AudioFormat& format) {
+  const auto& description = format.streamDescription();
+  auto buffer = PCMBuffer::create(format, frameCount);
+  for (std::uint32_t channel = 0; channel < format.channelCount(); ++channel) {
+    const AudioBuffer& part = buffer->audioBufferList()[format.isInterleaved() ? 0 : channel];
+    auto* const bytes = static_cast<std::byte*>(part.mData);
+    const std::uint32_t bits = description.mBitsPerChannel;
+    const std::size_t offset = format.isInterleaved() ? channel * bits / 8 : 0;
+    for (std::uint32_t frame = 0; frame < frameCount; ++frame)
+      encode(bytes + offset + std::size_t{frame} * description.mBytesPerFrame,
+             description.mFormatFlags & (isFloat | isSigned), bits, stepAt(channel, frame));
+  }
+  buffer->setFrameLength(frameCount);
+  return buffer;
+}
+
+Converted convertSignal(const AudioFormat& format) {
+  Converted result;
+  const auto converter = makeSoxrConverter(format, target);
+  if (converter == nullptr) return result;
+  convertOne(*converter, makeSignal(format), 4 * frameCount, result);
+  return result;
+}
+
+TEST(SampleFormats, AllReadTheSame) {
+  const auto direct = convertSignal(AudioFormat::float32(48000, 2, false));
+  ASSERT_EQ(direct.left.size(), frameCount);
+  for (std::uint32_t frame = 0; frame < frameCount; ++frame) {
+    ASSERT_EQ(direct.left[frame], static_cast<float>(stepAt(0, frame)) / 32768);
+    ASSERT_EQ(direct.right[frame], static_cast<float>(stepAt(1, frame)) / 32768);
+  }
+  for (const double rate : {48000.0, 44100.0}) {
+    const auto expected = convertSignal(AudioFormat::float32(rate, 2, false));
+    ASSERT_FALSE(expected.left.empty());
+    for (const auto& [kind, bits] : {std::pair{isFloat, 32U},
+                                     {isFloat, 64U},
+                                     {isSigned, 16U},
+                                     {isSigned, 24U},
+                                     {isSigned, 32U}}) {
+      for (const std::uint32_t channels : {1U, 2U, 4U}) {
+        for (const bool interleaved : {true, false}) {
+          const auto result = convertSignal(makeFormat(rate, kind, bits, channels, interleaved));
+          EXPECT_EQ(result.left, expected.left)
+              << kind << ' ' << bits << " bits, " << channels << " channels, " << interleaved;
+          EXPECT_EQ(result.right, channels == 1 ? expected.left : expected.right);
+        }
+      }
+    }
+  }
+}
+
+TEST(SampleFormats, OthersAreRefused) {
+  using Description = AudioStreamBasicDescription;
+  const std::function<void(Description&)> changes[] = {
+      [](Description& d) { d.mFormatID = fourCharCode("aac "); },
+      [](Description& d) { d.mFormatFlags |= kAudioFormatFlagIsBigEndian; },
+      [](Description& d) { d.mFormatFlags &= ~isSigned; },
+      [](Description& d) { d.mFormatFlags |= isFloat; },
+      [](Description& d) { d.mBitsPerChannel = 24, d.mBytesPerFrame = 8; },
+      [](Description& d) { d.mBytesPerFrame = 2; },
+      [](Description& d) { d.mBytesPerFrame = 0; },
+      [](Description& d) { d.mChannelsPerFrame = 0x80000002; },
+      [](Description& d) { d.mSampleRate = 1e300; },
+      [](Description& d) { d.mSampleRate = 1e-300; },
+  };
+  std::vector sources{makeFormat(44100, isSigned, 8, 2, true),
+                      makeFormat(44100, isFloat, 16, 2, true),
+                      AudioFormat::float32(44100, 0, false)};
+  for (const auto& change : changes) {
+    auto description = makeFormat(44100, isSigned, 16, 2, true).streamDescription();
+    change(description);
+    sources.push_back(*AudioFormat::fromStreamDescription(description));
+  }
+  for (const AudioFormat& source : sources)
+    EXPECT_EQ(makeSoxrConverter(source, target), nullptr) << &source - sources.data();
+
+  const AudioFormat source = AudioFormat::float32(44100, 2, true);
+  EXPECT_EQ(makeSoxrConverter(source, AudioFormat::float32(48000, 2, true)), nullptr);
+  EXPECT_EQ(makeSoxrConverter(source, AudioFormat::float32(48000, 1, false)), nullptr);
+  EXPECT_EQ(makeSoxrConverter(source, makeFormat(48000, isSigned, 16, 2, false)), nullptr);
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 #include "platform/PCMBuffer.h"
 
+#include <cmath>
 #include <gtest/gtest.h>
-#include <limits>
 
 namespace quenlor::platform {
 namespace {
@@ -9,17 +9,16 @@ namespace {
 TEST(AudioFormat, RefusesDescriptionsThatCannotBeRepresented) {
   const auto valid = AudioFormat::float32(48000, 2, true).streamDescription();
   EXPECT_TRUE(AudioFormat::fromStreamDescription(valid));
-  for (const double rate : {0.0, -44100.0, std::numeric_limits<double>::quiet_NaN(),
-                            std::numeric_limits<double>::infinity()}) {
+  for (const double rate : {0.0, -44100.0, double{NAN}, double{INFINITY}}) {
     auto description = valid;
     description.mSampleRate = rate;
     EXPECT_FALSE(AudioFormat::fromStreamDescription(description)) << rate;
   }
-  auto noChannels = valid, noFormat = valid;
-  noChannels.mChannelsPerFrame = 0;
+  auto noFormat = valid;
   noFormat.mFormatID = 0;
-  EXPECT_FALSE(AudioFormat::fromStreamDescription(noChannels));
   EXPECT_FALSE(AudioFormat::fromStreamDescription(noFormat));
+  EXPECT_FALSE(
+      AudioFormat::fromStreamDescription(AudioFormat::float32(48000, 0, true).streamDescription()));
 }
 
 TEST(PCMBuffer, ClampsItsFrameLengthAndFitsTheByteSizes) {

@@ -155,22 +155,16 @@ TEST(SerialQueue, SynchronousWorkWaitsForItsTurnOnABusyQueue) {
   EXPECT_EQ(order, (std::vector{1, 2, 3, 4}));
 }
 
-// A session in small: it owns its queue, and work holds the last reference to it.
-struct Owner {
-  explicit Owner(EventLoop& loop) : queue(std::make_unique<SerialQueue>(loop, "owned")) {}
-  std::unique_ptr<SerialQueue> queue;
-};
-
 TEST(SerialQueue, MayDieInItsOwnWorkAndStillRunsWhatWasSubmitted) {
   EventLoop loop;
   for (const bool synchronous : {false, true}) {
-    auto last = std::make_shared<Owner>(loop);
-    SerialQueue& queue = *last->queue;
+    auto owned = std::make_unique<SerialQueue>(loop, "owned");
+    SerialQueue& queue = *owned;
     Gate running, submitted, done;
     const auto work = [&] {
       running.open();
       submitted.await();
-      last.reset();
+      owned.reset();
     };
     std::thread caller([&] { synchronous ? queue.sync(work) : queue.async(work); });
     running.await();
@@ -178,7 +172,7 @@ TEST(SerialQueue, MayDieInItsOwnWorkAndStillRunsWhatWasSubmitted) {
     submitted.open();
     done.await();
     caller.join();
-    EXPECT_EQ(last, nullptr);
+    EXPECT_EQ(owned, nullptr);
   }
 }
 
@@ -188,11 +182,9 @@ TEST(SerialQueue, StartsAndStopsWhileWorkPoursIn) {
     auto queue = std::make_shared<SerialQueue>(loop, "round");
     QueueTimer timer(loop, queue);
     std::atomic<bool> stop = false;
-    Gate ticked;
-    int ticks = 0, items = 0;
-    timer.setEventHandler([&] {
-      if (++ticks == 1) ticked.open();
-    });
+    std::atomic<int> ticks = 0;
+    int items = 0;
+    timer.setEventHandler([&] { ++ticks; });
     timer.schedule(50us, 50us, 0ns);
     timer.resume();
     std::thread producer([&] {
@@ -201,16 +193,14 @@ TEST(SerialQueue, StartsAndStopsWhileWorkPoursIn) {
         queue->sync([&] { ++items; });
       }
     });
-    ticked.await();
+    while (ticks == 0) std::this_thread::yield();
     timer.cancel();
-    int ticksAtStop = 0;
-    queue->sync([&] { ticksAtStop = ticks; });
+    queue->sync([] {});
+    const int ticksAtStop = ticks;
     stop = true;
     producer.join();
-    queue->sync([&] {
-      EXPECT_EQ(ticks, ticksAtStop);
-      EXPECT_EQ(items % 2, 0);
-    });
+    EXPECT_EQ(ticks, ticksAtStop);
+    queue->sync([&] { EXPECT_EQ(items % 2, 0); });
   }
 }
 

@@ -82,76 +82,44 @@ TEST_F(QueueTimerTest, ALateTickDoesNotMoveTheGrid) {
   EXPECT_TRUE(keptGrid);
 }
 
-TEST_F(QueueTimerTest, MissedTicksCoalesceIntoOne) {
+TEST_F(QueueTimerTest, ABusyQueueGetsOneTickAndNoneThatWasCancelledOrRescheduled) {
+  QueueTimer cancelled(loop, queue), rescheduled(loop, queue);
+  int unwanted = 0, ticksInTurn = -1;
   timer.setEventHandler([&] { ++ticks; });
-  int ticksInTurn = -1;
+  for (QueueTimer* each : {&cancelled, &rescheduled}) each->setEventHandler([&] { ++unwanted; });
   queue->sync([&] {
-    startTimer(timer);
+    for (QueueTimer* each : {&timer, &cancelled, &rescheduled}) startTimer(*each);
     passIntervals(5);
     EXPECT_EQ(ticks, 0);
+    cancelled.cancel();
+    rescheduled.schedule(1h, 1h, 0ns);
     queue->async([&] { ticksInTurn = ticks; });
   });
-  queue->sync([&] { EXPECT_EQ(ticksInTurn, 1); });
-}
-
-TEST_F(QueueTimerTest, ATickThatIsAlreadyQueuedDoesNothingOnceCancelledOrRescheduled) {
-  QueueTimer rescheduled(loop, queue);
-  for (QueueTimer* each : {&timer, &rescheduled}) each->setEventHandler([&] { ++ticks; });
-  queue->sync([&] {
-    startTimer(timer);
-    startTimer(rescheduled);
-    passIntervals(3);
-    timer.cancel();
-    rescheduled.schedule(1h, 1h, 0ns);
-  });
   passIntervals(3);
-  queue->sync([&] { EXPECT_EQ(ticks, 0); });
+  queue->sync([&] {
+    EXPECT_EQ(ticksInTurn, 1);
+    EXPECT_EQ(unwanted, 0);
+  });
 }
 
-TEST_F(QueueTimerTest, TheHandlerMayReplaceItselfAndCancel) {
-  Gate cancelled;
+TEST_F(QueueTimerTest, TheHandlerMayReplaceItselfAndDestroyItsTimerAndQueue) {
+  auto ownQueue = std::make_shared<SerialQueue>(loop, "own");
+  auto owned = std::make_unique<QueueTimer>(loop, std::move(ownQueue));
+  Gate died;
   std::vector<char> calls;
-  timer.setEventHandler([&, alive = std::make_shared<int>(1)] {
+  owned->setEventHandler([&, alive = std::make_shared<int>(1)] {
     calls.push_back('a');
-    timer.setEventHandler([&] {
+    owned->setEventHandler([&] {
       calls.push_back('b');
-      timer.setEventHandler({});
-      timer.cancel();
-      cancelled.open();
+      owned.reset();
+      died.open();
     });
     EXPECT_EQ(*alive, 1) << "a replaced handler lives until it returns";
   });
-  startTimer(timer);
-  cancelled.await();
-  passIntervals(5);
-  queue->sync([&] { EXPECT_EQ(calls, (std::vector{'a', 'b'})); });
-}
-
-// A session in small, whose last reference is the one that a tick has just taken.
-struct Session {
-  std::shared_ptr<SerialQueue> queue;
-  std::unique_ptr<QueueTimer> timer;
-};
-
-TEST_F(QueueTimerTest, TimerAndQueueMayDieInTheHandler) {
-  auto session = std::make_shared<Session>();
-  session->queue = std::make_shared<SerialQueue>(loop, "session");
-  session->timer = std::make_unique<QueueTimer>(loop, session->queue);
-  Gate entered, released, died;
-  session->timer->setEventHandler([&, weak = std::weak_ptr<Session>(session)] {
-    auto last = weak.lock();
-    if (last == nullptr) return;
-    entered.open();
-    released.await();
-    last.reset();
-    EXPECT_TRUE(weak.expired());
-    died.open();
-  });
-  startTimer(*session->timer);
-  entered.await();
-  session.reset();
-  released.open();
+  startTimer(*owned);
   died.await();
+  passIntervals(5);
+  EXPECT_EQ(calls, (std::vector{'a', 'b'}));
 }
 
 }  // namespace

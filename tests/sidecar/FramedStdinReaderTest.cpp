@@ -4,9 +4,9 @@
 #include <array>
 #include <atomic>
 #include <csignal>
+#include <cstdio>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <optional>
 #include <pthread.h>
 #include <string>
 #include <thread>
@@ -15,52 +15,18 @@
 namespace quenlor {
 namespace {
 
-class Pipe {
- public:
-  Pipe() { EXPECT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0); }
-  ~Pipe() {
-    ::close(ends[0]);
-    closeInput();
-  }
-  int readingEnd() const { return ends[0]; }
-  void write(const std::string& bytes) const {
-    for (std::size_t sent = 0; sent < bytes.size();) {
-      const ssize_t count = ::write(ends[1], bytes.data() + sent, bytes.size() - sent);
-      ASSERT_GT(count, 0);
-      sent += static_cast<std::size_t>(count);
-    }
-  }
-  void closeInput() {
-    if (ends[1] >= 0) ::close(ends[1]);
-    ends[1] = -1;
-  }
-
- private:
-  std::array<int, 2> ends{-1, -1};
-};
-
-TEST(FramedStdinReader, GivesALineWithoutWaitingForMore) {
-  Pipe pipe;
-  pipe.write("first\nsecond\nhal");
-  FramedStdinReader reader(pipe.readingEnd());
-  EXPECT_EQ(reader.readFrame(), "first");
-  EXPECT_EQ(reader.readFrame(), "second");
-  pipe.write("f\n");
-  EXPECT_EQ(reader.readFrame(), "half");
-}
-
 TEST(FramedStdinReader, BoundsTheLengthOfALine) {
-  for (const bool ended : {false, true}) {
-    Pipe pipe;
-    std::thread parent([&] {
-      pipe.write(std::string(FramedStdinReader::maximumFrameLength, 'x') + (ended ? "\n" : "x"));
-    });
-    FramedStdinReader reader(pipe.readingEnd());
-    if (ended)
-      EXPECT_EQ(reader.readFrame()->size(), FramedStdinReader::maximumFrameLength);
+  for (const bool fits : {true, false}) {
+    std::FILE* const file = std::tmpfile();
+    const std::string line(FramedStdinReader::maximumFrameLength + (fits ? 0 : 1), 'x');
+    std::fputs((line + "\n").c_str(), file);
+    std::rewind(file);
+    FramedStdinReader reader(::fileno(file));
+    if (fits)
+      EXPECT_EQ(reader.readFrame(), line);
     else
       EXPECT_THROW(reader.readFrame(), SidecarRuntimeError);
-    parent.join();
+    std::fclose(file);
   }
 }
 
@@ -71,19 +37,19 @@ TEST(FramedStdinReader, ReadsOnAfterAnInterruption) {
   action.sa_handler = [](int) { ++interruptions; };  // and no SA_RESTART
   struct sigaction before {};
   ASSERT_EQ(::sigaction(SIGUSR1, &action, &before), 0);
-  Pipe pipe;
-  const pthread_t readingThread = ::pthread_self();
-  std::thread parent([&] {
-    // Interrupts until at least three signals have come in, then sends the line.
+  std::array<int, 2> pipe{};
+  ASSERT_EQ(::pipe2(pipe.data(), O_CLOEXEC), 0);
+  std::thread parent([&, readingThread = ::pthread_self()] {
     while (interruptions < 3) {
       ::pthread_kill(readingThread, SIGUSR1);
       std::this_thread::yield();
     }
-    pipe.write("stop\n");
+    EXPECT_EQ(::write(pipe[1], "stop\nmore", 9), 9);
   });
-  FramedStdinReader reader(pipe.readingEnd());
-  EXPECT_EQ(reader.readFrame(), "stop");
+  FramedStdinReader reader(pipe[0]);
+  EXPECT_EQ(reader.readFrame(), "stop") << "without waiting for more";
   parent.join();
+  for (const int end : pipe) ::close(end);
   ::sigaction(SIGUSR1, &before, nullptr);
 }
 

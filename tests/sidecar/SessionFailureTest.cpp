@@ -4,7 +4,6 @@
 #include <chrono>
 #include <filesystem>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace quenlor::test {
@@ -12,18 +11,25 @@ namespace {
 
 using std::chrono_literals::operator""ms;
 
-class SessionFailure : public SessionFixture {};
+class SessionFailure : public SessionFixture {
+ protected:
+  void startWithStoredFrames() {
+    makeSession(exactDevices());
+    session->start();
+    deliverSystem(std::vector<float>(2000, 0.5F));
+    clock->runPending();
+  }
+};
 
 TEST_F(SessionFailure, EachStepOfSetUpFailsWithItsErrorAndLeavesNothing) {
   const std::string status = ": 1852797029 (nope)";
   const std::string coreAudio = "Core Audio error while trying to ";
-  struct Case {
-    std::string call;
-    std::string error;
-  };
-  const std::vector<Case> cases = {
+  const struct {
+    std::string call, error;
+  } cases[] = {
       {"authorizationStatus", "Microphone permission was denied for the Quenlor helper."},
       {"inputFormat", "No microphone input node is available for the Quenlor audio session."},
+      {"engine.start", "The virtual engine failed to start."},
       {"createProcessTap", coreAudio + "create the Core Audio tap" + status},
       {"createAggregateDevice", coreAudio + "create the aggregate device" + status},
       {"getPropertyData(tuid)", coreAudio + "query the tap UID" + status},
@@ -33,34 +39,28 @@ TEST_F(SessionFailure, EachStepOfSetUpFailsWithItsErrorAndLeavesNothing) {
        "Audio format error: Unable to create AVAudioFormat from the aggregate device ASBD."},
       {"createIOProcID", coreAudio + "create the aggregate IOProc" + status},
       {"startDevice", coreAudio + "start the aggregate device" + status}};
-  for (const Case& one : cases) {
+  for (const auto& [call, error] : cases) {
     makeSession({});
-    ledger().failNamed(one.call);
-    EXPECT_EQ(errorOf([&] { session->start(); }), one.error);
+    ledger().failNamed(call);
+    EXPECT_EQ(errorOf([&] { session->start(); }), error);
+    EXPECT_EQ(ledger().calls().back(), call);
     EXPECT_TRUE(fileExists()) << "start() undoes nothing";
     session->discardIfUnfinished();
     session->discardIfUnfinished();
     EXPECT_FALSE(fileExists());
+    if (call == "engine.start") {
+      EXPECT_EQ(ledger().count("removeTap"), 1U) << "a tap is removed from a running engine only";
+    }
     expectEverythingReleased();
   }
 }
 
-TEST_F(SessionFailure, AnEngineThatDoesNotStartGivesItsOwnError) {
-  makeSession({});
-  ledger().failNamed("engine.start");
-  const std::string error = errorOf([&] { session->start(); });
-  EXPECT_NE(error, "");
-  EXPECT_EQ(ledger().count("createProcessTap"), 0U);
-  session->discardIfUnfinished();
-  EXPECT_EQ(ledger().count("removeTap"), 1U) << "a tap is removed from a running engine only";
-  expectEverythingReleased();
-}
-
 TEST_F(SessionFailure, FailuresWhileRecordingShowAtTheStop) {
-  const std::vector<std::pair<std::string, std::string>> cases = {
-      {"makeBuffer", "Audio format error: Unable to allocate an owned system PCM buffer."},
-      {"convert", "The virtual converter failed."},
-      {"makeConverter", "Audio format error: Unable to create an AVAudioConverter."}};
+  const struct {
+    std::string call, error;
+  } cases[] = {{"makeBuffer", "Audio format error: Unable to allocate an owned system PCM buffer."},
+               {"convert", "The virtual converter failed."},
+               {"makeConverter", "Audio format error: Unable to create an AVAudioConverter."}};
   for (const auto& [call, error] : cases) {
     makeSession({});
     // The system's samples come first, but the microphone's converter is made during set-up.
@@ -74,9 +74,7 @@ TEST_F(SessionFailure, FailuresWhileRecordingShowAtTheStop) {
 }
 
 TEST_F(SessionFailure, AFailedWriteEndsTheRecordingAtTheStop) {
-  makeSession(exactDevices());
-  session->start();
-  deliverSystem(std::vector<float>(2000, 0.5F));
+  startWithStoredFrames();
   {
     const FileSizeLimit noMoreSpace(0);
     tick();
@@ -90,16 +88,19 @@ TEST_F(SessionFailure, AFailedWriteEndsTheRecordingAtTheStop) {
       << "the stop writes the rest all the same; the tick's frames are lost";
 }
 
+/// The stop's own write fails as well: that is told only where nothing failed before.
 TEST_F(SessionFailure, TheFirstFailureIsReported) {
-  makeSession(exactDevices());
-  session->start();
-  deliverSystem(std::vector<float>(2000, 0.5F));
-  clock->runPending();  // stored before the failure
-  deliverBadLayout();
-  const FileSizeLimit noMoreSpace(0);  // for the last drain
-  EXPECT_EQ(errorOf([&] { session->stop(); }),
-            "Audio format error: The system tap callback reported zero frames.");
-  EXPECT_FALSE(fileExists());
+  for (const bool failsBefore : {false, true}) {
+    startWithStoredFrames();
+    if (failsBefore) deliverBadLayout();
+    const FileSizeLimit noMoreSpace(0);
+    EXPECT_NE(
+        errorOf([&] {
+          session->stop();
+        }).find(failsBefore ? "The system tap callback reported zero frames." : "File too large"),
+        std::string::npos);
+    EXPECT_FALSE(fileExists());
+  }
 }
 
 /// Whether a buffer waits already or comes later: once a failure is recorded, it is not stored.
@@ -109,10 +110,7 @@ TEST_F(SessionFailure, BothSourcesAreDroppedAfterAFailure) {
     makeSession(exactDevices());
     session->start();
     const auto deliver = [&] {
-      if (fromMicrophone)
-        deliverMicrophone(samples);
-      else
-        deliverSystem(samples);
+      fromMicrophone ? deliverMicrophone(samples) : deliverSystem(samples);
     };
     deliver();
     tick();
@@ -140,15 +138,6 @@ TEST_F(SessionFailure, AHeaderThatCannotBeFinishedLeavesTheFileToTheDiscard) {
   session->discardIfUnfinished();
   EXPECT_FALSE(fileExists());
   expectEverythingReleased();
-}
-
-TEST_F(SessionFailure, AWriteThatFailsInTheLastDrainIsReported) {
-  makeSession(exactDevices());
-  session->start();
-  deliverSystem(std::vector<float>(2000, 0.5F));
-  const FileSizeLimit noMoreSpace(0);
-  EXPECT_NE(errorOf([&] { session->stop(); }).find("File too large"), std::string::npos);
-  EXPECT_FALSE(fileExists());
 }
 
 }  // namespace

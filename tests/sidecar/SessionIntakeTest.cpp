@@ -16,57 +16,46 @@ using platform::AudioFormat;
 
 class SessionIntake : public SessionFixture {};
 
-/// Interleaved 44.1 kHz stereo: 8 bytes a frame.
-VirtualSettings interleavedDevices() {
-  VirtualSettings settings;
-  settings.output->signal = Signal::nothing;
-  settings.microphone->signal = Signal::nothing;
-  return settings;
-}
-
 TEST_F(SessionIntake, RecordsTheFirstFaultOfALayout) {
-  std::array<float, 64> samples{};
-  const AudioBuffer whole{2, 256, samples.data()};
-  auto planar = interleavedDevices();
+  // 44.1 kHz stereo, 8 bytes a frame or 4 bytes in each of two buffers.
+  VirtualSettings interleaved;
+  interleaved.output->signal = interleaved.microphone->signal = Signal::nothing;
+  VirtualSettings planar = interleaved;
   planar.output->interleaved = false;
-  auto frameless = interleavedDevices();
+  VirtualSettings frameless = interleaved;
   frameless.reportedStreamFormat = frameless.output->format().streamDescription();
   frameless.reportedStreamFormat->mBytesPerFrame = 0;
-  struct Case {
-    VirtualSettings settings;
+
+  std::array<float, 64> memory{};
+  float* const samples = memory.data();
+  const AudioBuffer whole{2, 256, samples};
+  const std::string noFrames = "The system tap callback reported zero frames.";
+  const std::string noData = "System tap buffer data was unexpectedly nil.";
+  const std::string tooLong = "Owned system buffer was smaller than the callback payload.";
+  const std::string layout = "Unexpected AudioBufferList layout from the system tap.";
+  const struct {
+    const VirtualSettings& settings;
     std::vector<AudioBuffer> buffers;
     std::string message;
-  };
-  const std::vector<Case> cases = {
-      {frameless, {whole}, "The aggregate device reported zero bytes per frame."},
-      {interleavedDevices(), {}, "The system tap callback reported zero frames."},
-      {interleavedDevices(),
-       {{2, 7, samples.data()}},
-       "The system tap callback reported zero frames."},
-      {interleavedDevices(), {{2, 0, nullptr}}, "The system tap callback reported zero frames."},
-      {interleavedDevices(),
-       {{2, 255, samples.data()}},
-       "Owned system buffer was smaller than the callback payload."},
-      {interleavedDevices(),
-       {whole, whole},
-       "Unexpected AudioBufferList layout from the system tap."},
-      {planar, {whole}, "Unexpected AudioBufferList layout from the system tap."},
-      {interleavedDevices(), {{2, 256, nullptr}}, "System tap buffer data was unexpectedly nil."},
-      {planar,
-       {{1, 128, samples.data()}, {1, 128, nullptr}},
-       "System tap buffer data was unexpectedly nil."},
-      {planar,
-       {{1, 128, samples.data()}, {1, 132, samples.data()}},
-       "Owned system buffer was smaller than the callback payload."}};
-  for (const Case& one : cases) {
-    makeSession(one.settings);
+  } cases[] = {{frameless, {whole}, "The aggregate device reported zero bytes per frame."},
+               {interleaved, {}, noFrames},
+               {interleaved, {{2, 7, samples}}, noFrames},
+               {interleaved, {{2, 0, nullptr}}, noFrames},
+               {interleaved, {{2, 255, samples}}, tooLong},
+               {planar, {{1, 128, samples}, {1, 132, samples}}, tooLong},
+               {interleaved, {whole, whole}, layout},
+               {planar, {whole}, layout},
+               {interleaved, {{2, 256, nullptr}}, noData},
+               {planar, {{1, 128, samples}, {1, 128, nullptr}}, noData}};
+  for (const auto& [settings, buffers, message] : cases) {
+    makeSession(settings);
     session->start();
-    platform->deliverSystem(one.buffers);
+    platform->deliverSystem(buffers);
     // After the first fault, other faults and good buffers are dropped.
     platform->deliverSystem(std::vector<AudioBuffer>{{2, 0, nullptr}, {2, 0, nullptr}});
     platform->deliverSystem(std::vector<AudioBuffer>{whole});
     tick();
-    EXPECT_EQ(errorOf([&] { session->stop(); }), "Audio format error: " + one.message);
+    EXPECT_EQ(errorOf([&] { session->stop(); }), "Audio format error: " + message);
     EXPECT_FALSE(fileExists());
     EXPECT_EQ(errorOf([&] { session->stop(); }), "The Quenlor audio session is not running.");
     expectEverythingReleased();

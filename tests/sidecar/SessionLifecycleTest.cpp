@@ -1,9 +1,14 @@
 #include "SessionFixture.h"
+#include "platform/ForwardingPlatform.h"
 #include "tests/support/Tone.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
+#include <functional>
+#include <memory>
 #include <span>
 #include <string>
 #include <utility>
@@ -12,16 +17,34 @@
 namespace quenlor::test {
 namespace {
 
+using platform::AudioEngine;
+using platform::AudioFormat;
 using std::chrono_literals::operator""s;
 using std::chrono_literals::operator""ms;
 
-class SessionLifecycle : public SessionFixture {};
+/// Leaves its tap's block with the test, as a host does that is slow to let go of it.
+class KeepingPlatform final : public platform::ForwardingPlatform {
+ public:
+  using ForwardingPlatform::ForwardingPlatform;
+  std::unique_ptr<AudioEngine> makeEngine() override {
+    return std::make_unique<Engine>(ForwardingPlatform::makeEngine(), tapBlock);
+  }
 
-/// Least-squares fit over the samples from first up to last.
-ToneFit fit(const std::vector<float>& samples, std::size_t first, std::size_t last,
-            double frequency) {
-  return fitTone(std::span(samples).subspan(first, last - first), frequency, 48'000);
-}
+  AudioEngine::TapBlock tapBlock;
+
+ private:
+  struct Engine final : platform::ForwardingEngine {
+    Engine(std::unique_ptr<AudioEngine> engine, TapBlock& keptBlock)
+        : ForwardingEngine(std::move(engine)), kept(keptBlock) {}
+    void installTap(std::uint32_t bus, std::uint32_t bufferSize, const AudioFormat& format,
+                    TapBlock block) override {
+      ForwardingEngine::installTap(bus, bufferSize, format, kept = std::move(block));
+    }
+    TapBlock& kept;
+  };
+};
+
+class SessionLifecycle : public SessionFixture {};
 
 TEST_F(SessionLifecycle, RecordsBothTonesExactly) {
   VirtualSettings settings;
@@ -38,19 +61,18 @@ TEST_F(SessionLifecycle, RecordsBothTonesExactly) {
   EXPECT_LE(file.durationSeconds(), 10.0);
 
   std::vector<float> system = file.left;
-  for (std::size_t i = 0; i < system.size(); ++i) system[i] -= file.right[i];
+  std::ranges::transform(system, file.right, system.begin(), std::minus());
   // A tone that sets in is not a pure tone yet: the resampler rings with it for 2 ms.
   const std::size_t onset = 96;
   const std::size_t whole = file.left.size() - 48'000 * 25 / 1000;
   for (const auto& [samples, frequency] :
        {std::pair<const std::vector<float>*, double>{&system, 440}, {&file.right, 1000}}) {
-    EXPECT_EQ(
-        findBreaks(std::span(*samples).subspan(onset, whole - onset), frequency, 48'000, 0.0002),
-        std::vector<std::size_t>());
-    const ToneFit tone = fit(*samples, 0, whole, frequency);
+    const std::span<const float> steady = std::span(*samples).subspan(onset, whole - onset);
+    EXPECT_EQ(findBreaks(steady, frequency, 48'000, 0.0002), std::vector<std::size_t>());
+    const ToneFit tone = fitTone(std::span(*samples).first(whole), frequency, 48'000);
     EXPECT_NEAR(tone.amplitude, 0.25, 1e-5);
     EXPECT_NEAR(tone.phase, 0, 1e-3) << "the first frame recorded is the first that was played";
-    EXPECT_LT(fit(*samples, onset, whole, frequency).residualDecibels, -75)
+    EXPECT_LT(fitTone(steady, frequency, 48'000).residualDecibels, -75)
         << "no worse than 16 bits at this level";
   }
   expectEverythingReleased();
@@ -67,7 +89,8 @@ TEST_F(SessionLifecycle, RecordsAnHourWithoutFallingBehind) {
   EXPECT_LE(recorded, 3600.0);
   const WaveFile file = recording();
   const std::size_t last = file.left.size() - 48'000;
-  const ToneFit system = fit(file.left, last - 48'000, last, 440);
+  const auto lastSecond = std::span(file.left).subspan(last - 48'000, 48'000);
+  const ToneFit system = fitTone(lastSecond, 440, 48'000);
   EXPECT_NEAR(system.amplitude, 0.25, 1e-4) << "still there in the last second";
 }
 
@@ -76,37 +99,17 @@ TEST_F(SessionLifecycle, CallsThePlatformInOrder) {
   session->start();
   clock->advance(100ms);
   session->stop();
-  EXPECT_EQ(ledger().calls(), (std::vector<std::string>{"makeEngine",
-                                                        "makeQueue",
-                                                        "makeQueue",
-                                                        "authorizationStatus",
-                                                        "inputFormat",
-                                                        "makeConverter",
-                                                        "removeTap",
-                                                        "installTap",
-                                                        "engine.prepare",
-                                                        "engine.start",
-                                                        "getPropertyData(dOut)",
-                                                        "getPropertyData(uid )",
-                                                        "createProcessTap",
-                                                        "createAggregateDevice",
-                                                        "getPropertyData(tuid)",
-                                                        "setPropertyData(tap#)",
-                                                        "getPropertyData(sfmt)",
-                                                        "makeFormat",
-                                                        "createIOProcID",
-                                                        "startDevice",
-                                                        "makeTimer",
-                                                        "currentTime",
-                                                        "makeConverter",
-                                                        "engine.isRunning",
-                                                        "removeTap",
-                                                        "engine.stop",
-                                                        "stopDevice",
-                                                        "destroyIOProcID",
-                                                        "destroyAggregateDevice",
-                                                        "destroyProcessTap",
-                                                        "currentTime"}));
+  std::string calls;
+  for (const std::string& call : ledger().calls()) calls += call + ' ';
+  EXPECT_EQ(calls,
+            "makeEngine makeQueue makeQueue authorizationStatus "
+            "inputFormat makeConverter removeTap installTap engine.prepare engine.start "
+            "getPropertyData(dOut) getPropertyData(uid ) createProcessTap createAggregateDevice "
+            "getPropertyData(tuid) setPropertyData(tap#) getPropertyData(sfmt) makeFormat "
+            "createIOProcID startDevice makeTimer currentTime "
+            "makeConverter "  // the system's, with its first samples
+            "engine.isRunning removeTap engine.stop stopDevice destroyIOProcID "
+            "destroyAggregateDevice destroyProcessTap currentTime ");
 }
 
 TEST_F(SessionLifecycle, StopsOnce) {
@@ -145,14 +148,39 @@ TEST_F(SessionLifecycle, GivesAFileWithoutFramesWhereNothingPlays) {
 }
 
 TEST_F(SessionLifecycle, LeavesAnExistingFileAloneWhereThereIsNoSoundSystem) {
-  std::filesystem::create_directory(folder / "kept");
-  const auto kept = folder / "kept/recording.wav";
-  platform = std::make_unique<VirtualPlatform>(clock);
-  WaveWriter(kept.string()).finalize(0);
+  makePlatform({});
+  WaveWriter(path.string()).finalize(0);
   ledger().failNamed("makeEngine");
-  EXPECT_THROW(AudioTapSession(StartRequest{"mixed", kept.string(), ""}, *platform),
-               platform::PlatformError);
-  EXPECT_EQ(std::filesystem::file_size(kept), 44U);
+  EXPECT_THROW(makeSessionOn(*platform), platform::PlatformError);
+  EXPECT_EQ(std::filesystem::file_size(path), 44U);
+}
+
+/// Nothing that the host holds keeps the session alive, and none of it needs the session: not the
+/// blocks, not the timer, not work that waits.
+TEST_F(SessionLifecycle, EndsWithItsOwnersReference) {
+  const std::vector<float> samples(100, 0.5F);
+  for (const bool workWaits : {false, true}) {
+    makePlatform(exactDevices());
+    KeepingPlatform host(*platform);
+    makeSessionOn(host);
+    session->start();
+    if (workWaits) {
+      deliverSystem(samples);
+      deliverMicrophone(samples);
+    }
+    const std::weak_ptr<AudioTapSession> gone = session;
+    session.reset();
+    EXPECT_TRUE(gone.expired()) << workWaits;
+    const auto buffers = ledger().count("makeBuffer");
+    deliverSystem(samples);
+    host.tapBlock(stereoBuffer(samples, samples));
+    clock->advance(1s);
+    EXPECT_EQ(ledger().count("makeBuffer"), buffers);
+    EXPECT_EQ(ledger().alive(ObjectKind::buffer), 0U);
+    EXPECT_EQ(ledger().alive(ObjectKind::timer), 0U);
+    EXPECT_EQ(std::filesystem::file_size(path), 44U);
+    EXPECT_EQ(ledger().count("stopDevice"), 0U) << "destroying a session stops nothing";
+  }
 }
 
 }  // namespace

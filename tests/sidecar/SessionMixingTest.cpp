@@ -3,10 +3,16 @@
 #include <cmath>
 #include <cstdint>
 #include <filesystem>
+#include <utility>
 #include <vector>
 
 namespace quenlor::test {
 namespace {
+
+/// What encodeSample() makes of it, for samples well inside ±1.
+std::int16_t stored(float sample) {
+  return static_cast<std::int16_t>(std::lround(sample * 32'767.0F));
+}
 
 class SessionMixing : public SessionFixture {
  protected:
@@ -15,24 +21,17 @@ class SessionMixing : public SessionFixture {
     session->start();
   }
 
-  std::vector<std::int16_t> leftSamples() {
-    std::vector<std::int16_t> left;
-    const WaveFile file = recording();
-    for (std::size_t i = 0; i < file.samples.size(); i += 2) {
-      EXPECT_EQ(file.samples[i], file.samples[i + 1]);
-      left.push_back(file.samples[i]);
-    }
-    return left;
+  /// Expects the recording to hold runs of one value each, of the given lengths, in both channels.
+  void expectRuns(const std::vector<std::pair<float, std::size_t>>& runs) const {
+    std::vector<std::int16_t> expected;
+    for (const auto& [value, frames] : runs)
+      expected.insert(expected.end(), 2 * frames, stored(value));
+    EXPECT_EQ(recording().samples, expected);
   }
 };
 
 std::size_t fileFrames(const std::filesystem::path& path) {
   return (std::filesystem::file_size(path) - 44) / 4;
-}
-
-/// What encodeSample() makes of it, for samples well inside ±1.
-std::int16_t stored(float sample) {
-  return static_cast<std::int16_t>(std::lround(sample * 32'767.0F));
 }
 
 TEST_F(SessionMixing, AddsPadsAndLimits) {
@@ -49,22 +48,18 @@ TEST_F(SessionMixing, AddsPadsAndLimits) {
 }
 
 TEST_F(SessionMixing, WritesAtMostATickAndKeepsTheRest) {
-  struct Step {
-    std::size_t system;
-    std::size_t microphone;
-    std::size_t written;
-  };
-  // Each line: what arrives, then one tick.
-  const std::vector<Step> steps = {{0, 0, 0},      {500, 0, 500}, {0, 300, 300}, {2000, 100, 960},
-                                   {0, 0, 960},    {0, 0, 80},    {0, 0, 0},     {961, 1, 960},
-                                   {0, 2000, 960}, {0, 0, 960},   {0, 0, 80}};
+  // What arrives, and what one tick makes of it.
+  const struct {
+    std::size_t system, microphone, written;
+  } steps[] = {{0, 0, 0}, {500, 0, 500}, {0, 300, 300},  {2000, 100, 960}, {0, 0, 960}, {0, 0, 80},
+               {0, 0, 0}, {961, 1, 960}, {0, 2000, 960}, {0, 0, 960},      {0, 0, 80}};
   std::size_t total = 0;
-  for (std::size_t i = 0; i < steps.size(); ++i) {
-    if (steps[i].system > 0) deliverSystem(std::vector<float>(steps[i].system, 0.25F));
-    if (steps[i].microphone > 0) deliverMicrophone(std::vector<float>(steps[i].microphone, 0.5F));
+  for (const auto& [system, microphone, written] : steps) {
+    if (system > 0) deliverSystem(std::vector<float>(system, 0.25F));
+    if (microphone > 0) deliverMicrophone(std::vector<float>(microphone, 0.5F));
     tick();
-    total += steps[i].written;
-    ASSERT_EQ(fileFrames(path), total) << "step " << i;
+    total += written;
+    ASSERT_EQ(fileFrames(path), total);
   }
   session->stop();
 }
@@ -76,19 +71,14 @@ TEST_F(SessionMixing, PairsFramesByTheirOrder) {
   deliverMicrophone(std::vector<float>(1040, 0.125F));
   tick();  // late frames go with whatever is taken with them
   session->stop();
-  const std::vector<std::int16_t> left = leftSamples();
-  ASSERT_EQ(left.size(), 2000U);
-  for (std::size_t i = 0; i < left.size(); ++i)
-    ASSERT_EQ(left[i], i < 100 ? stored(0.75F) : i < 960 ? stored(0.25F) : stored(0.375F)) << i;
+  expectRuns({{0.75F, 100}, {0.25F, 860}, {0.375F, 1040}});
 }
 
 TEST_F(SessionMixing, DrainsEverythingAtTheStop) {
   deliverSystem(std::vector<float>(3000, 0.25F));
   deliverMicrophone(std::vector<float>(1200, 0.5F));
   EXPECT_EQ(session->stop().sizeBytes, 44 + 4 * 3000U);
-  const std::vector<std::int16_t> left = leftSamples();
-  for (std::size_t i = 0; i < left.size(); ++i)
-    ASSERT_EQ(left[i], i < 1200 ? stored(0.75F) : stored(0.25F)) << i;
+  expectRuns({{0.75F, 1200}, {0.25F, 1800}});
 }
 
 TEST_F(SessionMixing, TicksFirstAfterOneInterval) {

@@ -5,14 +5,15 @@
 #include "tests/support/WaveFile.h"
 
 #include <cerrno>
+#include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
-#include <optional>
+#include <limits>
+#include <random>
+#include <stdexcept>
 #include <string>
-#include <sys/stat.h>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -20,107 +21,74 @@
 namespace quenlor {
 namespace {
 
-std::string contents(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
+namespace fs = std::filesystem;
 
-TEST(WaveWriter, WritesAndFinalizes) {
+class WaveWriterTest : public testing::Test {
+ protected:
   const test::TemporaryFolder folder;
-  const auto path = folder / "new/deeper/a.wav";
+  const fs::path path = folder / "new/deeper/a.wav";
+  const fs::path link = folder / "link.wav";
+};
+
+TEST_F(WaveWriterTest, WritesAndFinalizes) {
   WaveWriter writer(path);
-  EXPECT_EQ(contents(path).size(), 44U);
+  EXPECT_EQ(test::readFile(path).size(), 44U);
   EXPECT_EQ(writer.targetFormat, platform::AudioFormat::float32(48'000, 2, false));
   writer.append({0.5F, -1.0F, 9.0F}, {-0.5F, 1.0F}, 2);
   writer.append({}, {}, 0);
-  EXPECT_EQ(contents(path).substr(0, 44),
-            std::string(
-                reinterpret_cast<const char*>(WaveWriter::makeHeader(0, 48'000, 2, 16).data()), 44))
-      << "sizes are patched only at the end";
-  const StopResult result = writer.finalize(0.25);
-  EXPECT_EQ(result, (StopResult{0.25, 52}));
+  EXPECT_EQ(test::readFile(path).substr(40, 4), std::string(4, '\0')) << "until the end";
+  EXPECT_EQ(writer.finalize(0.25), (StopResult{0.25, 52}));
   EXPECT_EQ(writer.finalize(7.0), (StopResult{7.0, 52}));
   EXPECT_EQ(test::readWaveFile(path).samples,
             (std::vector<std::int16_t>{16'384, -16'384, -32'768, 32'767}));
   EXPECT_THROW(writer.append({0}, {0}, 1), std::system_error) << "the file is closed";
   writer.discard();
-  EXPECT_FALSE(std::filesystem::exists(path));
+  EXPECT_FALSE(fs::exists(path));
 }
 
-TEST(WaveWriter, ReportsTheLongerDuration) {
-  const test::TemporaryFolder folder;
-  for (const auto& [argument, duration] :
-       std::vector<std::pair<double, double>>{{0.5, 1.0}, {2.5, 2.5}, {-1.0, 1.0}}) {
-    WaveWriter writer(folder / "a.wav");
-    const std::vector<float> second(48'000);
+TEST_F(WaveWriterTest, ReportsTheLongerDuration) {
+  const std::vector<float> second(48'000);
+  for (const auto& [argument, duration] : {std::pair{0.5, 1.0}, {2.5, 2.5}, {-1.0, 1.0}}) {
+    WaveWriter writer(path);
     writer.append(second, second, 48'000);
     EXPECT_EQ(writer.finalize(argument), (StopResult{duration, 192'044}));
   }
 }
 
-TEST(WaveWriter, RefusesRunsThatAreNotThere) {
-  const test::TemporaryFolder folder;
-  WaveWriter writer(folder / "a.wav");
+TEST_F(WaveWriterTest, RefusesRunsThatAreNotThere) {
+  WaveWriter writer(path);
   EXPECT_THROW(writer.append({1, 1}, {1}, 2), WaveWriterError);
   EXPECT_THROW(writer.append({1}, {1, 1}, 2), WaveWriterError);
   EXPECT_THROW(writer.append({1}, {1}, -1), WaveWriterError);
   EXPECT_EQ(writer.finalize(0).sizeBytes, 44U);
-  EXPECT_EQ(contents(folder / "a.wav").size(), 44U);
-}
-
-TEST(WaveWriter, DiscardsItsOwnFileOnly) {
-  const test::TemporaryFolder folder;
-  const auto path = folder / "a.wav";
-  WaveWriter writer(path);
-  std::filesystem::remove(path);
-  writer.discard();  // nothing there: no harm
-  WaveWriter second(path);
-  std::filesystem::remove(path);
-  std::ofstream(path) << "somebody else's";
-  second.discard();
-  EXPECT_EQ(contents(path), "somebody else's");
+  EXPECT_EQ(test::readFile(path).size(), 44U);
 }
 
 /// Once discarded, the file is anybody's: one that comes to the path later stays, even where it is
 /// the same file under a name that somebody else gave it.
-TEST(WaveWriter, DiscardsOnce) {
-  const test::TemporaryFolder folder;
-  const auto path = folder / "a.wav";
+TEST_F(WaveWriterTest, DiscardsItsOwnFileOnce) {
   WaveWriter writer(path);
-  std::filesystem::create_hard_link(path, folder / "other.wav");
-  writer.discard();
-  EXPECT_FALSE(std::filesystem::exists(path));
-  std::filesystem::rename(folder / "other.wav", path);
-  writer.discard();
-  EXPECT_EQ(contents(path).size(), 44U);
-}
-
-TEST(WaveWriter, TouchesNothingAfterADiscard) {
-  const test::TemporaryFolder folder;
-  const auto link = folder / "link.wav";
-  WaveWriter writer(folder / "a.wav");
-  std::filesystem::create_hard_link(writer.outputURL, link);
+  fs::create_hard_link(path, link);
   writer.append({0.5F}, {0.5F}, 1);
   writer.discard();
-  const std::string before = contents(link);
+  EXPECT_FALSE(fs::exists(path));
+  fs::rename(link, path);
+  const std::string before = test::readFile(path);
   EXPECT_EQ(writer.finalize(3.0), (StopResult{3.0, 48}));
-  EXPECT_EQ(contents(link), before);
-  EXPECT_FALSE(std::filesystem::exists(writer.outputURL));
+  writer.discard();
+  EXPECT_EQ(test::readFile(path), before);
 }
 
-TEST(WaveWriter, LeavesAnOpenFileAsItIs) {
-  const test::TemporaryFolder folder;
-  std::optional<WaveWriter> writer(folder / "a.wav");
-  writer->append({0.5F, 0.5F}, {0.5F, 0.5F}, 2);
-  writer.reset();
-  const std::string bytes = contents(folder / "a.wav");
-  EXPECT_EQ(bytes.size(), 52U);
-  EXPECT_EQ(bytes.substr(40, 4), std::string(4, '\0')) << "nobody finalized it";
+TEST_F(WaveWriterTest, DiscardsNoOtherFile) {
+  WaveWriter writer(path);
+  fs::rename(path, link);
+  test::writeFile(path, "somebody else's");
+  writer.discard();
+  EXPECT_EQ(test::readFile(path), "somebody else's");
 }
 
-TEST(WaveWriter, CountsOnlyWhatWasWritten) {
-  const test::TemporaryFolder folder;
-  WaveWriter writer(folder / "a.wav");
+TEST_F(WaveWriterTest, CountsOnlyWhatWasWritten) {
+  WaveWriter writer(path);
   const std::vector<float> run(100, 0.5F);
   {
     const test::FileSizeLimit limit(44 + 600);
@@ -134,33 +102,100 @@ TEST(WaveWriter, CountsOnlyWhatWasWritten) {
     }
   }
   EXPECT_EQ(writer.finalize(0).sizeBytes, 444U);
-  EXPECT_EQ(contents(folder / "a.wav").size(), 644U)
+  EXPECT_EQ(test::readFile(path).size(), 644U)
       << "what a failed write came to stays behind the data that the header counts";
 }
 
-TEST(WaveWriter, FinalizesOnceThereIsRoomAgain) {
-  const test::TemporaryFolder folder;
-  WaveWriter writer(folder / "a.wav");
+TEST_F(WaveWriterTest, FinalizesOnceThereIsRoomAgain) {
+  WaveWriter writer(path);
   writer.append({0.5F}, {-0.5F}, 1);
   {
     const test::FileSizeLimit limit(10);
-    try {
-      writer.finalize(0);
-      ADD_FAILURE() << "the header cannot have been written";
-    } catch (const std::system_error& error) {
-      EXPECT_EQ(error.code().value(), EFBIG);
-    }
+    EXPECT_THROW(writer.finalize(0), std::system_error);
   }
   EXPECT_EQ(writer.finalize(2.0), (StopResult{2.0, 48}));
-  EXPECT_EQ(test::readWaveFile(folder / "a.wav").samples,
-            (std::vector<std::int16_t>{16'384, -16'384}));
+  EXPECT_EQ(test::readWaveFile(path).samples, (std::vector<std::int16_t>{16'384, -16'384}));
 }
 
-TEST(WaveWriter, LeavesTheFileWhereTheHeaderCannotBeWritten) {
-  const test::TemporaryFolder folder;
+TEST_F(WaveWriterTest, LeavesTheFileWhereTheHeaderCannotBeWritten) {
   const test::FileSizeLimit limit(10);
-  EXPECT_THROW(WaveWriter(folder / "a.wav"), std::system_error);
-  EXPECT_TRUE(std::filesystem::exists(folder / "a.wav"));
+  EXPECT_THROW(WaveWriter{path}, std::system_error);
+  EXPECT_TRUE(fs::exists(path));
+}
+
+std::string hexadecimal(const WaveWriter::Header& header) {
+  std::string text;
+  for (const std::byte byte : header) {
+    text += "0123456789ABCDEF"[std::to_integer<unsigned>(byte) >> 4];
+    text += "0123456789ABCDEF"[std::to_integer<unsigned>(byte) & 15];
+  }
+  return text;
+}
+
+TEST(WaveHeader, IsCanonical) {
+  const struct {
+    std::uint64_t bytes;
+    std::string riffSize, dataSize;
+  } cases[] = {{0, "24000000", "00000000"},
+               {192'000, "24EE0200", "00EE0200"},
+               {4'294'967'258, "FEFFFFFF", "DAFFFFFF"},
+               {4'294'967'259, "FFFFFFFF", "DBFFFFFF"},
+               {4'294'967'260, "FFFFFFFF", "DCFFFFFF"},
+               {4'294'967'296, "FFFFFFFF", "FFFFFFFF"},
+               {~std::uint64_t{0} - 44, "FFFFFFFF", "FFFFFFFF"}};
+  for (const auto& [bytes, riffSize, dataSize] : cases)
+    EXPECT_EQ(hexadecimal(WaveWriter::makeHeader(bytes, 48'000, 2, 16)),
+              "52494646" + riffSize + "57415645666D74201000000001000200" +
+                  "80BB000000EE02000400100064617461" + dataSize);
+  EXPECT_EQ(hexadecimal(WaveWriter::makeHeader(0, 44'100.9, 3, 12)).substr(40, 32),
+            "0100030044AC00003207030003000C00")
+      << "the rate is truncated, whole bytes count for the block, bits for the byte rate";
+}
+
+TEST(WaveHeader, RefusesWhatItCannotHold) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  for (const double rate : {-1.0, 4'294'967'296.0, nan, std::numeric_limits<double>::infinity()})
+    EXPECT_THROW(WaveWriter::makeHeader(0, rate, 2, 16), std::out_of_range) << rate;
+  EXPECT_THROW(WaveWriter::makeHeader(0, 4e9, 2, 1), std::out_of_range);
+  EXPECT_THROW(WaveWriter::makeHeader(0, 1e9, 2, 16), std::out_of_range);
+  EXPECT_THROW(WaveWriter::makeHeader(0, 0, 65'535, 16), std::out_of_range);
+  EXPECT_THROW(WaveWriter::makeHeader(~std::uint64_t{0} - 43, 48'000, 2, 16), std::out_of_range);
+  EXPECT_NO_THROW(WaveWriter::makeHeader(0, -0.5, 2, 16));
+}
+
+TEST(SampleEncoding, FollowsTheTable) {
+  const float infinity = std::numeric_limits<float>::infinity();
+  const std::vector<std::pair<int, std::vector<float>>> cases = {
+      {32'767, {1.0F, 1.5F, infinity, 0.99999994F}},
+      {16'384, {0.5F}},
+      {2, {3.0F / 65'534}},
+      {1, {1.0F / 65'534}},
+      {0, {0.0F, -0.0F, NAN, -NAN, 1e-45F}},
+      {-1, {-1.0F / 65'534}},
+      {-16'384, {-0.5F}},
+      {-32'767, {-0.99999994F}},
+      {-32'768, {-1.0F, -2.0F, -infinity}}};
+  for (const auto& [stored, samples] : cases)
+    for (const float sample : samples)
+      EXPECT_EQ(WaveWriter::encodeSample(sample), stored) << sample;
+}
+
+/// Halves are judged on the single-precision product: a product of 0.49999997 is not a half.
+TEST(SampleEncoding, RoundsTheProductExactly) {
+  std::mt19937 random(11);
+  std::uniform_real_distribution<float> anywhere(-1.0F, 1.0F);
+  const auto check = [](float sample) {
+    if (std::abs(sample) >= 1.0F) return;
+    const double product = sample * 32'767.0F;
+    const double expected = std::trunc(product + std::copysign(0.5, product));
+    ASSERT_EQ(WaveWriter::encodeSample(sample), static_cast<int>(expected)) << sample;
+  };
+  for (int i = 0; i < 200'000; ++i) check(anywhere(random));
+  for (int half = -32'767; half < 32'767; ++half) {
+    float sample = (static_cast<float>(half) + 0.5F) / 32'767.0F;
+    for (int step = 0; step < 3; ++step) sample = std::nextafter(sample, -2.0F);
+    for (int step = 0; step < 6; ++step) check(sample = std::nextafter(sample, 2.0F));
+  }
 }
 
 }  // namespace

@@ -81,20 +81,15 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 }
 
 struct Pipe {
+  Pipe() {
+    std::array<int, 2> ends{};
+    checked(pipe2(ends.data(), O_CLOEXEC), "pipe2");
+    readEnd = ends[0];
+    writeEnd = ends[1];
+  }
   int readEnd;
   int writeEnd;
 };
-
-// Both ends above 2, whichever standard streams this process lacks, and closed in other children.
-Pipe makePipe() {
-  std::array<int, 2> made{};
-  checked(pipe2(made.data(), O_CLOEXEC), "pipe2");
-  const Pipe pipe{checked(fcntl(made[0], F_DUPFD_CLOEXEC, 3), "fcntl"),
-                  checked(fcntl(made[1], F_DUPFD_CLOEXEC, 3), "fcntl")};
-  ::close(made[0]);
-  ::close(made[1]);
-  return pipe;
-}
 
 // Runs between fork and exec: only functions that are safe in a signal handler may be called.
 [[noreturn]] void becomeProgram(const ChildOptions& options, const std::array<int, 3>& streams,
@@ -106,7 +101,8 @@ Pipe makePipe() {
       ::dup2(streams[static_cast<std::size_t>(descriptor)], descriptor);
     }
   }
-  std::signal(SIGPIPE, SIG_DFL);
+  // Whoever runs the tests may ignore them.
+  for (const int number : {SIGHUP, SIGINT, SIGPIPE, SIGTERM}) std::signal(number, SIG_DFL);
   if (options.fileSizeLimit) {
     const rlimit limit{*options.fileSizeLimit, *options.fileSizeLimit};
     setrlimit(RLIMIT_FSIZE, &limit);
@@ -127,9 +123,7 @@ ChildProcess::ChildProcess(const std::filesystem::path& program, const ChildOpti
   const std::vector<char*> argumentPointers = pointersTo(arguments);
   const std::vector<char*> environmentPointers = pointersTo(environment);
 
-  Pipe input = makePipe();
-  Pipe outputPipe = makePipe();
-  Pipe errorPipe = makePipe();
+  Pipe input, outputPipe, errorPipe;
   if (options.errorPipe == ErrorPipe::isFull) fillPipe(errorPipe.writeEnd);
   child = checked(fork(), "fork");
   if (child == 0) {
@@ -231,6 +225,11 @@ int ChildProcess::waitForExit(std::chrono::milliseconds patience) {
 
 void ChildProcess::sendSignal(int number) const {
   checked(::kill(child, number), "kill");
+}
+
+Outcome finish(ChildProcess& child) {
+  const int status = child.waitForExit();
+  return {status, child.standardOutput(), child.standardError()};
 }
 
 }  // namespace quenlor::test

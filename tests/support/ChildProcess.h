@@ -93,4 +93,14 @@ class ChildProcess {
   std::size_t outputRead = 0;
 };
 
+/// What is seen of a run once it has ended.
+struct Outcome {
+  int status;
+  std::string output;
+  std::string errors;
+};
+
+/// Waits for the end, without closing the program's input.
+Outcome finish(ChildProcess& child);
+
 }  // namespace quenlor::test

@@ -2,7 +2,8 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <string>
+#include <fstream>
+#include <iterator>
 #include <system_error>
 
 namespace quenlor::test {
@@ -18,6 +19,15 @@ TemporaryFolder::TemporaryFolder() {
 TemporaryFolder::~TemporaryFolder() {
   std::error_code ignored;
   std::filesystem::remove_all(folder, ignored);
+}
+
+std::string readFile(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void writeFile(const std::filesystem::path& path, std::string_view bytes) {
+  std::ofstream(path, std::ios::binary) << bytes;
 }
 
 }  // namespace quenlor::test

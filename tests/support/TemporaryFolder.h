@@ -1,6 +1,8 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
+#include <string_view>
 
 namespace quenlor::test {
 
@@ -20,5 +22,8 @@ class TemporaryFolder {
  private:
   std::filesystem::path folder;
 };
+
+[[nodiscard]] std::string readFile(const std::filesystem::path& path);
+void writeFile(const std::filesystem::path& path, std::string_view bytes);
 
 }  // namespace quenlor::test

@@ -1,7 +1,7 @@
 #include "tests/support/WaveFile.h"
 
-#include <fstream>
-#include <iterator>
+#include "tests/support/TemporaryFolder.h"
+
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -14,12 +14,6 @@ constexpr std::size_t headerSize = 44;
 
 void require(bool condition, const std::filesystem::path& path, const std::string& what) {
   if (!condition) throw std::runtime_error(path.string() + ": " + what);
-}
-
-std::string readBytes(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  require(file.is_open(), path, "cannot be opened");
-  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 std::uint32_t littleEndian32(std::string_view bytes, std::size_t offset) {
@@ -43,7 +37,7 @@ void checkFormat(const std::filesystem::path& path, std::string_view header) {
 }  // namespace
 
 WaveFile readWaveFile(const std::filesystem::path& path) {
-  const std::string bytes = readBytes(path);
+  const std::string bytes = readFile(path);
   require(bytes.size() >= headerSize, path, "is shorter than a header");
   checkFormat(path, bytes);
   require(littleEndian32(bytes, 4) == bytes.size() - 8, path, "has a wrong RIFF size");

@@ -1,0 +1,53 @@
+#include "JSONCoding.h"
+#include "SidecarControlProtocol.h"
+#include "SidecarRuntimeError.h"
+#include "fuzz/FuzzedInput.h"
+#include "fuzz/Property.h"
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+
+// Input: the frame.
+
+namespace quenlor::fuzz {
+namespace {
+
+void checkDecoded(std::string_view frame, const StartRequest& request) {
+  std::string_view text = SidecarControlProtocol::trimmed(frame);
+  // A byte order mark is let through, as JSON readers may.
+  if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
+  require(text.starts_with('{') && text.ends_with('}'), "only an object is a request");
+  const std::string encoded = request.encode();
+  require(encoded.find('\n') == std::string::npos, "an encoded request is one line");
+  require(SidecarControlProtocol::decodeStartRequestFrame(encoded) == request,
+          "what was decoded can be encoded and decoded again");
+  StartRequest unlike{request.mode, request.outputPath + "/path", request.title + " title"};
+  require(StartRequest::decode(unlike.encode()) == unlike, "each field has a place of its own");
+}
+
+/// The text ends up as the last line on standard error, which a parent shows to people.
+void checkErrorLine(const std::string& text) {
+  constexpr std::size_t longestLine = 300;
+  require(!text.empty() && text.size() <= longestLine, "an error line has a readable length");
+  require(std::ranges::all_of(text, [](char c) { return c >= 0x20 && c <= 0x7E; }),
+          "an error is one line of printable text");
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string_view frame = FuzzedInput(data, size).remainingText();
+  try {
+    checkDecoded(frame, SidecarControlProtocol::decodeStartRequestFrame(frame));
+  } catch (const SidecarRuntimeError& error) {
+    require(error.errorCase() == SidecarRuntimeError::Case::emptyStartRequest &&
+                frame.find_first_not_of("\t\n\r ") == std::string_view::npos,
+            "only a blank frame is an empty request");
+  } catch (const JSONDecodingError& error) {
+    checkErrorLine(error.what());
+  }
+  return 0;
+}
+
+}  // namespace quenlor::fuzz

@@ -1,0 +1,55 @@
+// Memory that ends: every allocation of the control thread fails in turn, from the first line of
+// main() to the result line.
+
+#include "tests/conversation/Conversation.h"
+#include "tests/support/WaveFile.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdio>
+#include <string>
+
+namespace quenlor::test {
+namespace {
+
+class AllocationSweep : public Conversation {
+ protected:
+  Outcome recordWithFailure(std::size_t allocation) {
+    options.environment["QUENLOR_FAILING_ALLOCATION"] = std::to_string(allocation);
+    return converse(startLine() + "stop\n");
+  }
+
+  /// The control thread also runs work that queues leave to it, now more, now less.
+  std::size_t mostAllocations() {
+    std::size_t most = 0;
+    for (int run = 0; run < 3; ++run)
+      most = std::max(most, std::stoul(linesOf(recordWithFailure(0).errors).back()));
+    return most;
+  }
+};
+
+TEST_F(AllocationSweep, EndsTheRunWithAMessageAndWithoutAFile) {
+  const std::size_t count = mostAllocations();
+  std::size_t errors = 0;
+  for (std::size_t allocation = 1; allocation <= count; ++allocation) {
+    SCOPED_TRACE("allocation " + std::to_string(allocation));
+    const Outcome run = recordWithFailure(allocation);
+    if (run.status == 0) {
+      expectRecording(run, output);
+    } else {
+      ++errors;
+      EXPECT_NE(expectFailure(run, run.output).find("bad_alloc"), std::string::npos);
+      // Behind the last allocations only the result line comes: the file is complete by then.
+      if (std::filesystem::exists(output)) {
+        EXPECT_NO_THROW((void)readWaveFile(output));
+      }
+    }
+    std::filesystem::remove(output);
+    EXPECT_EQ(filesLeft(), std::set<std::string>{});
+  }
+  EXPECT_GT(errors, count / 2) << "hardly any allocation can be done without";
+  std::printf("count allocations-failed %zu\n", count);
+}
+
+}  // namespace
+}  // namespace quenlor::test
