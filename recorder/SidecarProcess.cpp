@@ -1,10 +1,11 @@
 #include "recorder/SidecarProcess.h"
 
+#include "recorder/Pipe.h"
+
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <system_error>
@@ -16,19 +17,6 @@ extern char** environ;
 namespace quenlor::recorder {
 
 namespace {
-
-struct Pipe {
-  FileHandle readEnd;
-  FileHandle writeEnd;
-};
-
-Pipe makePipe() {
-  std::array<int, 2> ends{};
-  // The program gets copies of its three ends; what else it inherited would keep a pipe open.
-  if (::pipe2(ends.data(), O_CLOEXEC) != 0)
-    throw std::system_error(errno, std::generic_category(), "Making a pipe failed");
-  return {FileHandle(ends[0]), FileHandle(ends[1])};
-}
 
 /// How the program is to start, for posix_spawnp().
 class SpawnSettings {
@@ -67,9 +55,9 @@ class SpawnSettings {
 }  // namespace
 
 struct SidecarProcess::Pipes {
-  Pipe input = makePipe();
-  Pipe output = makePipe();
-  Pipe errors = makePipe();
+  Pipe input;
+  Pipe output;
+  Pipe errors;
 };
 
 SidecarProcess::SidecarProcess(const std::filesystem::path& program)

@@ -1,10 +1,8 @@
 #include "recorder/SignalPipe.h"
 
-#include <array>
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace quenlor::recorder {
@@ -33,11 +31,9 @@ void catchSignal(int number, int flags) {
 }  // namespace
 
 SignalPipe::SignalPipe() {
-  std::array<int, 2> ends{};
-  if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0)
-    throw std::system_error(errno, std::generic_category(), "Making a pipe failed");
-  readEnd = FileHandle(ends[0]);
-  writeEnd = ends[1];
+  for (const FileHandle* end : {&pipe.readEnd, &pipe.writeEnd})
+    ::fcntl(end->fileDescriptor(), F_SETFL, O_NONBLOCK);
+  writeEnd = pipe.writeEnd.fileDescriptor();
   const int once = static_cast<int>(SA_RESETHAND);
   for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) catchSignal(number, once);
   catchSignal(SIGTSTP, 0);
@@ -45,7 +41,7 @@ SignalPipe::SignalPipe() {
 
 int SignalPipe::takeSignal() {
   unsigned char number = 0;
-  return ::read(readEnd.fileDescriptor(), &number, 1) == 1 ? number : 0;
+  return ::read(pipe.readEnd.fileDescriptor(), &number, 1) == 1 ? number : 0;
 }
 
 }  // namespace quenlor::recorder

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "FileHandle.h"
+#include "recorder/Pipe.h"
 
 namespace quenlor::recorder {
 
@@ -13,13 +13,13 @@ class SignalPipe {
   /// Throws std::system_error.
   SignalPipe();
 
-  int descriptor() const { return readEnd.fileDescriptor(); }
+  int descriptor() const { return pipe.readEnd.fileDescriptor(); }
 
   /// The number of a signal that came; 0 where none did.
   int takeSignal();
 
  private:
-  FileHandle readEnd;
+  Pipe pipe;
 };
 
 }  // namespace quenlor::recorder

@@ -5,7 +5,6 @@
 #include <atomic>
 #include <csignal>
 #include <cstdio>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <string>
@@ -38,7 +37,7 @@ TEST(FramedStdinReader, ReadsOnAfterAnInterruption) {
   struct sigaction before {};
   ASSERT_EQ(::sigaction(SIGUSR1, &action, &before), 0);
   std::array<int, 2> pipe{};
-  ASSERT_EQ(::pipe2(pipe.data(), O_CLOEXEC), 0);
+  ASSERT_EQ(::pipe(pipe.data()), 0);
   std::thread parent([&, readingThread = ::pthread_self()] {
     while (interruptions < 3) {
       ::pthread_kill(readingThread, SIGUSR1);

@@ -83,7 +83,8 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 struct Pipe {
   Pipe() {
     std::array<int, 2> ends{};
-    checked(pipe2(ends.data(), O_CLOEXEC), "pipe2");
+    checked(pipe(ends.data()), "pipe");
+    for (const int end : ends) checked(fcntl(end, F_SETFD, FD_CLOEXEC), "fcntl");
     readEnd = ends[0];
     writeEnd = ends[1];
   }
