@@ -164,6 +164,7 @@ TEST_F(HardwareCapture, SamplesComeWhileTheQueuesHang) {
   start();
   for (int i = 0; i < 100 && systemFrames < 1.5 * 44100; ++i) std::this_thread::sleep_for(100ms);
   mayGoOn.open();
+  other->sync([] {});
   stop();
   EXPECT_GE(systemFrames, 1.5 * 44100);
   EXPECT_NEAR(systemFrames / 44100, microphoneFrames / 16000, 0.1);
