@@ -37,8 +37,10 @@ std::vector<AudioBuffer> hostBuffers(const ::AudioBufferList& list) {
 AVAudioPCMBuffer* systemBuffer(const PCMBuffer& buffer) {
   AVAudioFormat* const format = systemFormat(buffer.format());
   if (format == nil) return nil;
+  // A buffer without room may not be had.
+  const std::uint32_t capacity = std::max(buffer.frameLength(), std::uint32_t{1});
   AVAudioPCMBuffer* const copy = [[AVAudioPCMBuffer alloc] initWithPCMFormat:format
-                                                               frameCapacity:buffer.frameLength()];
+                                                               frameCapacity:capacity];
   // Sets the byte sizes as well.
   copy.frameLength = buffer.frameLength();
   if (copy != nil) copySamples(buffer.audioBufferList(), hostBuffers(*copy.audioBufferList));

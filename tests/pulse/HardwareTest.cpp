@@ -116,7 +116,7 @@ class HardwareCapture : public Hardware {
                        });
     const auto takeSystem = [this](AudioBufferList input) {
       queue->assertCurrent();
-      systemFrames += input.front().mDataByteSize / (2 * sizeof(float));
+      systemFrames += input.front().mDataByteSize / 8.0;  // stereo, in 32-bit floats
     };
     ASSERT_EQ(hardware.createIOProcID(device, queue, takeSystem, ioProc), 0);
     engine->start();

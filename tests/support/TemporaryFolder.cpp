@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iterator>
 #include <system_error>
+#include <unistd.h>
 
 namespace quenlor::test {
 

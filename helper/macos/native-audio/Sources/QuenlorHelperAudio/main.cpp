@@ -137,5 +137,9 @@ int main() {
   } catch (const std::exception& error) {
     quenlor::QuenlorHelperAudioMain::writeError(error);
     std::exit(1);
+  } catch (...) {
+    // A host's system may have exceptions of another language.
+    quenlor::reportSidecarError("The system raised an exception.");
+    std::exit(1);
   }
 }
