@@ -102,7 +102,7 @@ class Control {
 // A server that is short of time breaks the tones for everybody. So a recording counts only where
 // bare recorders beside it heard both tones whole.
 TEST_F(ServerRecording, HoldsBothTonesWhole) {
-  for (int attempt = 0; attempt < 8; ++attempt) {
+  for (int attempt = 0; attempt < 16; ++attempt) {
     Control system("speakers.monitor", 44100, 2, folder / "system");
     Control microphone("microphone", 16000, 1, folder / "microphone");
     ChildProcess child = launch();
