@@ -13,25 +13,12 @@ void keep(pa_context*, const pa_source_info* info, int endOfList, void* answer) 
   if (endOfList == 0) *static_cast<std::optional<SourceInfo>*>(answer) = sourceInfo(*info);
 }
 
-/// The callback that ends a query: the last of its calls says that the list has ended.
 template <typename Info>
-struct Query {
-  PulseConnection& connection;
-  std::optional<Info> answer;
-
-  template <typename ServerInfo>
-  static void receive(pa_context* context, const ServerInfo* info, int endOfList, void* query) {
-    auto& self = *static_cast<Query*>(query);
-    keep(context, info, endOfList, &self.answer);
-  }
-};
-
-template <typename Info>
-Info finish(PulseConnection& connection, const Query<Info>& query, const Operation& operation)
-    REQUIRES(connection) {
+Info finish(PulseConnection& connection, const std::optional<Info>& answer,
+            const Operation& operation) REQUIRES(connection) {
   connection.waitFor(operation);
-  if (!query.answer) throw PlatformError(connection.lastError());
-  return *query.answer;
+  if (!answer) throw PlatformError(connection.lastError());
+  return *answer;
 }
 
 }  // namespace
@@ -47,18 +34,18 @@ SourceInfo sourceInfo(const pa_source_info& info) {
 
 SinkInfo querySink(PulseConnection& connection, const std::string& name) {
   ConnectionLock held(connection);
-  Query<SinkInfo> query{connection, {}};
-  const Operation operation(pa_context_get_sink_info_by_name(
-      connection.context(), name.c_str(), &Query<SinkInfo>::receive<pa_sink_info>, &query));
-  return finish(connection, query, operation);
+  std::optional<SinkInfo> answer;
+  const Operation operation(
+      pa_context_get_sink_info_by_name(connection.context(), name.c_str(), keep, &answer));
+  return finish(connection, answer, operation);
 }
 
 SourceInfo querySource(PulseConnection& connection, const std::string& name) {
   ConnectionLock held(connection);
-  Query<SourceInfo> query{connection, {}};
-  const Operation operation(pa_context_get_source_info_by_name(
-      connection.context(), name.c_str(), &Query<SourceInfo>::receive<pa_source_info>, &query));
-  return finish(connection, query, operation);
+  std::optional<SourceInfo> answer;
+  const Operation operation(
+      pa_context_get_source_info_by_name(connection.context(), name.c_str(), keep, &answer));
+  return finish(connection, answer, operation);
 }
 
 }  // namespace quenlor::platform::pulse
