@@ -12,6 +12,7 @@
 #include <unistd.h>
 #include <utility>
 
+// NOLINTNEXTLINE(readability-redundant-declaration): POSIX has no header declare it; glibc's does.
 extern char** environ;
 
 namespace quenlor::recorder {

@@ -35,14 +35,14 @@ void keepExistingFile(const Options& options) {
 }  // namespace quenlor::recorder
 
 int main(int argumentCount, char** arguments) {
-  using namespace quenlor::recorder;
-  fillStandardDescriptors();
+  namespace recorder = quenlor::recorder;
+  recorder::fillStandardDescriptors();
   // Writing where nobody listens shall be an error and not the end of the process.
   std::signal(SIGPIPE, SIG_IGN);
   try {
-    const Options options = parseOptions(argumentCount, arguments);
-    keepExistingFile(options);
-    return Recorder(options).run();
+    const recorder::Options options = recorder::parseOptions(argumentCount, arguments);
+    recorder::keepExistingFile(options);
+    return recorder::Recorder(options).run();
   } catch (const std::exception& error) {
     std::cerr << "quenlor-record: " << error.what() << '\n';
     return 1;
