@@ -13,15 +13,14 @@ import numpy
 RATE = 48000
 SYSTEM_HERTZ, MICROPHONE_HERTZ = 997, 440
 AMPLITUDE = 0.25 * 32768
-# The beginning and the end do not count: at the end, one source is longer than the other.
-SETTLED = RATE // 2
-TAIL = RATE // 10
+# Seconds of the beginning and of the end that do not count: one source is longer than the other.
+SETTLED, TAIL = 0.5, 0.1
 # In steps of 16 bits. One sample lost or repeated departs by up to 470, or 1070 in the higher tone,
 # and is overlooked only where it falls on the crest; a server that corrects its clocks while it
 # resamples departs by 21.
 TOLERANCE = 64
-# A resampler makes one break ring for so long.
-RINGING = RATE // 200
+# Seconds for which a resampler makes one break ring.
+RINGING = 0.005
 
 
 def read_sources(path):
@@ -34,19 +33,23 @@ def read_sources(path):
     return left - right, right
 
 
-def breaks(samples, hertz):
+def settled(samples, rate=RATE):
+    return samples[int(SETTLED * rate):len(samples) - int(TAIL * rate)]
+
+
+def breaks(samples, hertz, rate=RATE):
     """How often the tone breaks off: where y[n] departs from 2 cos(w) y[n-1] - y[n-2]."""
-    factor = 2 * math.cos(2 * math.pi * hertz / RATE)
-    departure = numpy.abs(samples[2:] - factor * samples[1:-1] + samples[:-2])
-    broken = numpy.flatnonzero(departure[SETTLED:len(samples) - TAIL - 2] > TOLERANCE)
-    return int(numpy.sum(numpy.diff(broken, prepend=-RATE) > RINGING))
+    factor = 2 * math.cos(2 * math.pi * hertz / rate)
+    y = settled(samples, rate)
+    broken = numpy.flatnonzero(numpy.abs(y[2:] - factor * y[1:-1] + y[:-2]) > TOLERANCE)
+    return int(numpy.sum(numpy.diff(broken, prepend=-rate) > RINGING * rate))
 
 
 def level(samples, hertz):
     """Decibels above the level at which the tone plays; the median of stretches of 100 ms."""
     length = RATE // 10
-    settled = samples[SETTLED:len(samples) - TAIL]
-    stretches = settled[:len(settled) // length * length].reshape(-1, length)
+    tone = settled(samples)
+    stretches = tone[:len(tone) // length * length].reshape(-1, length)
     wave_of_tone = numpy.exp(-2j * math.pi * hertz / RATE * numpy.arange(length))
     amplitude = numpy.median(numpy.abs(stretches @ wave_of_tone)) * 2 / length
     return 20 * math.log10(max(amplitude, 1e-3) / AMPLITUDE)
