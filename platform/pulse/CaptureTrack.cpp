@@ -62,6 +62,7 @@ void CaptureTrack::follow(const std::string& sourceName) {
   connection.assertLocked();
   source = sourceName;
   successor.reset();
+  if (stream != nullptr && stream->adopt(sourceName)) return samplesCame(*stream);
   if (sourceName.empty() || (stream != nullptr && stream->hasEnded())) stream.reset();
   if (stream == nullptr) interrupt();
   if (sourceName.empty()) return;
@@ -104,9 +105,19 @@ std::chrono::microseconds CaptureTrack::waiting() const {
 
 void CaptureTrack::deliver() {
   connection.assertLocked();
-  if (samples.empty()) return;
-  receiver(samples);
+  handOver(samples);
   samples.clear();
+}
+
+std::chrono::microseconds CaptureTrack::delivered() const {
+  connection.assertLocked();
+  return timeOf(deliveredBytes);
+}
+
+void CaptureTrack::wasPadded(std::chrono::microseconds duration) {
+  connection.assertLocked();
+  deliveredBytes += bytesOf(duration);
+  timeline.wasPadded(duration);
 }
 
 void CaptureTrack::beginTimeline() {
@@ -124,7 +135,7 @@ void CaptureTrack::deliverSilence(std::chrono::microseconds duration) {
   while (duration > 0us) {
     const auto piece = std::min(duration, longestSilence);
     silence.assign(bytesOf(piece), std::byte{0});
-    if (!silence.empty()) receiver(silence);
+    handOver(silence);
     duration -= piece;
   }
 }
@@ -161,6 +172,12 @@ void CaptureTrack::samplesCame(PulseCaptureStream& teller) {
   if (listener.samplesCame) listener.samplesCame();
 }
 
+void CaptureTrack::handOver(std::span<std::byte> portion) {
+  if (portion.empty()) return;
+  receiver(portion);
+  deliveredBytes += portion.size();
+}
+
 void CaptureTrack::interrupt() {
   timeline.interrupt();
   if (listener.interrupted) listener.interrupted();
@@ -173,7 +190,10 @@ void CaptureTrack::samplesWereInterrupted(PulseCaptureStream& teller) {
 
 void CaptureTrack::streamEnded(PulseCaptureStream& teller, const std::string& reason) {
   connection.assertLocked();
-  if (&teller == stream.get()) interrupt();
+  if (&teller == stream.get()) {
+    interrupt();
+    if (stream->adopt(source)) return successor.reset();
+  }
   if (listener.streamEnded) listener.streamEnded(reason);
 }
 

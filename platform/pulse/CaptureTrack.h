@@ -46,7 +46,8 @@ class CaptureTrack final : private PulseCaptureStream::Listener {
   [[nodiscard]] Operation run();
 
   /// Goes on with another source, or with none where the name is empty. Never waits: the samples go
-  /// on coming from the old source until the first come from the new one.
+  /// on coming from the old source until the first come from the new one, unless the server has
+  /// taken the stream there by itself.
   void follow(const std::string& sourceName);
 
   /// Where the samples are to come from; empty where they come from nowhere.
@@ -70,6 +71,12 @@ class CaptureTrack final : private PulseCaptureStream::Listener {
   /// Hands everything that waits to the receiver, in one call.
   void deliver();
 
+  /// How long all of it is that was handed over so far.
+  std::chrono::microseconds delivered() const;
+
+  /// The mixer has padded what was handed over with silence of this length.
+  void wasPadded(std::chrono::microseconds duration);
+
   /// From now on samples that were lost are replaced by silence.
   void beginTimeline();
 
@@ -88,6 +95,7 @@ class CaptureTrack final : private PulseCaptureStream::Listener {
  private:
   std::unique_ptr<PulseCaptureStream> connect(bool isAtRest) REQUIRES(connection);
   void interrupt() REQUIRES(connection);
+  void handOver(std::span<std::byte> portion) REQUIRES(connection);
   void samplesCame(PulseCaptureStream& teller) override;
   void samplesWereInterrupted(PulseCaptureStream& teller) override;
   void streamEnded(PulseCaptureStream& teller, const std::string& reason) override;
@@ -103,6 +111,7 @@ class CaptureTrack final : private PulseCaptureStream::Listener {
   CaptureTimeline timeline GUARDED_BY(connection);
   std::vector<std::byte> samples GUARDED_BY(connection);
   std::vector<std::byte> silence GUARDED_BY(connection);
+  std::size_t deliveredBytes GUARDED_BY(connection) = 0;
   std::unique_ptr<PulseCaptureStream> stream GUARDED_BY(connection);
   // Takes the stream's place with its first samples.
   std::unique_ptr<PulseCaptureStream> successor GUARDED_BY(connection);

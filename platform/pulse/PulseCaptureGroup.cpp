@@ -1,6 +1,7 @@
 #include "platform/pulse/PulseCaptureGroup.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <utility>
 
 namespace quenlor::platform::pulse {
@@ -14,6 +15,9 @@ constexpr auto batch = 40ms;
 
 // A source that is this late, such as one that has to wake up, no longer holds back the other.
 constexpr auto patience = 500ms;
+
+// When all that stay away have done so for that long, as one may be heard last after a delivery.
+constexpr auto longestWait = patience + 2 * batch;
 
 // After this program could not run, samples may be there to be read.
 constexpr auto secondLook = 20ms;
@@ -159,6 +163,7 @@ void PulseCaptureGroup::release() {
       member.track->beginTimelineLate(startedAt, depth);
   }
   for (Member& member : members) member.lastHeard = now;
+  deliveredAt = now;
   isReleased = true;
   deliver();
 }
@@ -185,15 +190,17 @@ bool PulseCaptureGroup::isComplete() const {
 }
 
 void PulseCaptureGroup::deliver() {
+  const Clock::time_point now = Clock::now();
+  if (now - deliveredAt >= patience && !connection.wasNeglected()) countPadding();
+  deliveredAt = now;
   for (Member& member : members) {
-    if (isSilent(member)) {
-      if (!member.track->isInterrupted()) tellInterruption(member, "No samples come.");
-      member.track->fill();
-    } else if (member.track != nullptr) {
-      member.track->deliver();
-    }
+    if (member.track == nullptr) continue;
+    member.track->deliver();
+    if (!isSilent(member)) continue;
+    if (!member.track->isInterrupted()) tellInterruption(member, "No samples come.");
+    member.track->fill();
   }
-  watch->set(isAnySilent() ? batch : patience);
+  watch->set(isAnySilent() ? batch : longestWait);
 }
 
 /// Silence has to go out before the reserve runs out.
@@ -210,6 +217,18 @@ void PulseCaptureGroup::samplesStayedAway() {
   } else {
     deliver();
   }
+}
+
+/// Nothing was delivered for so long that the mixer has used up everything. Where one source had
+/// less than the other, it has put silence in its place.
+void PulseCaptureGroup::countPadding() {
+  std::chrono::microseconds longest{};
+  for (const Member& member : members)
+    if (member.track != nullptr) longest = std::max(longest, member.track->delivered());
+  for (const Member& member : members)
+    if (member.track != nullptr)
+      member.track->wasPadded(
+          std::min<std::chrono::microseconds>(longest - member.track->delivered(), patience));
 }
 
 /// Nobody was there to hear them, so none counts as silent for that.

@@ -71,12 +71,14 @@ class PulseCaptureGroup {
   void interrupted() REQUIRES(connection);
   void deliver() REQUIRES(connection);
   void samplesStayedAway() REQUIRES(connection);
+  void countPadding() REQUIRES(connection);
   void hearAll() REQUIRES(connection);
 
   PulseConnection& connection;
   std::array<Member, 2> members GUARDED_BY(connection);
   std::function<void()> streamEnded GUARDED_BY(connection);
   Clock::time_point startedAt GUARDED_BY(connection);
+  Clock::time_point deliveredAt GUARDED_BY(connection);
   bool isReleased GUARDED_BY(connection) = false;
   // Expires when nothing was delivered for too long; exists from the start on, while there are
   // members.

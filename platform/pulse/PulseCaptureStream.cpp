@@ -60,6 +60,15 @@ Operation PulseCaptureStream::run() {
   return Operation(pa_stream_cork(stream.get(), 0, nullptr, nullptr));
 }
 
+bool PulseCaptureStream::adopt(const std::string& sourceName) {
+  connection.assertLocked();
+  const char* const device = pa_stream_get_device_name(stream.get());
+  if (!isElsewhere || device == nullptr || sourceName != device) return false;
+  isElsewhere = false;
+  source = sourceName;
+  return !hasEnded();
+}
+
 std::size_t PulseCaptureStream::readable() const {
   const std::size_t bytes = pa_stream_readable_size(stream.get());
   return bytes == static_cast<std::size_t>(-1) ? 0 : bytes;

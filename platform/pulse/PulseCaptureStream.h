@@ -56,6 +56,10 @@ class PulseCaptureStream {
     return isElsewhere || !PA_STREAM_IS_GOOD(pa_stream_get_state(stream.get()));
   }
 
+  /// Where the server took it to another device: stays with that one if it is the source of this
+  /// name. What has come from there can be read then.
+  bool adopt(const std::string& sourceName);
+
   /// How many bytes have come and were not read.
   std::size_t readable() const;
 
@@ -73,7 +77,7 @@ class PulseCaptureStream {
   static void samplesCame(pa_stream* stream, std::size_t bytes, void* captureStream);
 
   PulseConnection& connection;
-  const std::string source;
+  std::string source;
   Listener& listener;
   bool isElsewhere = false;
   std::unique_ptr<pa_stream, Disconnecter> stream;
