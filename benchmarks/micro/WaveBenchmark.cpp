@@ -1,9 +1,13 @@
 #include "Buffers.h"
+#include "SampleEncoding.h"
 #include "WaveWriter.h"
 #include "tests/support/TemporaryFolder.h"
 
+#include <algorithm>
 #include <benchmark/benchmark.h>
+#include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <fstream>
 #include <vector>
 
@@ -13,6 +17,48 @@ namespace {
 constexpr std::size_t framesPerTick = 960;
 /// Few enough for the file that they fill: 77 MB.
 constexpr std::int64_t appends = 20'000;
+
+std::int16_t encodePlainly(float sample) {
+  if (std::isnan(sample)) return 0;
+  if (sample <= -1.0F) return -32'768;
+  return static_cast<std::int16_t>(std::round(std::min(sample, 1.0F) * 32'767.0F));
+}
+
+/// One tick's frames, encoded by encode(left, right).
+void encodeTick(benchmark::State& state, auto encode) {
+  const std::vector<float> left = noise(framesPerTick);
+  const std::vector<float> right(left.rbegin(), left.rend());
+  while (state.KeepRunning()) benchmark::DoNotOptimize(encode(left, right).data());
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(framesPerTick));
+}
+
+void encode(benchmark::State& state) {
+  encodeTick(state, encodeFrames);
+}
+BENCHMARK(encode);
+
+/// Sample by sample, as one would write it first.
+void encodePlain(benchmark::State& state) {
+  encodeTick(state, [](const auto& left, const auto& right) {
+    std::vector<std::int16_t> samples(2 * left.size());
+    for (std::size_t i = 0; i < left.size(); ++i) {
+      samples[2 * i] = encodePlainly(left[i]);
+      samples[2 * i + 1] = encodePlainly(right[i]);
+    }
+    return samples;
+  });
+}
+BENCHMARK(encodePlain);
+
+/// Copying as many bytes as the encoded frames have.
+void encodeLimit(benchmark::State& state) {
+  encodeTick(state, [](const auto& left, const auto& /*right*/) {
+    std::vector<float> copy(left.size());
+    std::memcpy(copy.data(), left.data(), left.size() * sizeof(float));
+    return copy;
+  });
+}
+BENCHMARK(encodeLimit);
 
 /// Encoding and writing one tick's frames.
 void waveAppend(benchmark::State& state) {

@@ -1,16 +1,21 @@
 #include "WaveWriter.h"
 
+#include "SampleEncoding.h"
 #include "WaveWriterError.h"
 
 #include <algorithm>
-#include <bit>
 #include <cerrno>
+#include <cstddef>
+#include <cstdint>
 #include <fcntl.h>
+#include <filesystem>
 #include <span>
+#include <string>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace quenlor {
 
@@ -73,26 +78,6 @@ FileHandle createFile(const std::filesystem::path& path) {
   return FileHandle(descriptor);
 }
 
-/// As encodeSample(), without branches and calls, so that the compiler handles several at a time.
-std::int32_t encoded(float sample) {
-  const float number = sample == sample ? sample : 0.0F;
-  const float raised = number < -1.0F ? -1.0F : number;
-  const float product = (raised > 1.0F ? 1.0F : raised) * 32'767.0F;
-  const auto whole = static_cast<std::int32_t>(product);
-  const float rest = product - static_cast<float>(whole);  // exact, as is its double
-  return whole + static_cast<std::int32_t>(rest * 2) - (sample <= -1.0F ? 1 : 0);
-}
-
-/// The stored form of frames: each takes 32 bits, the left sample in the lower half.
-std::vector<std::uint32_t> encodeFrames(std::span<const float> left, std::span<const float> right) {
-  static_assert(std::endian::native == std::endian::little);
-  std::vector<std::uint32_t> frames(left.size());
-  for (std::size_t i = 0; i < frames.size(); ++i)
-    frames[i] = (static_cast<std::uint32_t>(encoded(right[i])) << 16) |
-                (static_cast<std::uint32_t>(encoded(left[i])) & 0xFFFF);
-  return frames;
-}
-
 }  // namespace
 
 WaveWriter::WaveWriter(const std::string& outputPath)
@@ -146,10 +131,6 @@ void WaveWriter::discard() noexcept {
   if (ours) ::unlink(outputURL.c_str());
   inode = 0;  // None of ours from here on.
   didFinalize = true;
-}
-
-std::int16_t WaveWriter::encodeSample(float sample) {
-  return static_cast<std::int16_t>(encoded(sample));
 }
 
 bool WaveWriter::pathNamesOurFile() const {

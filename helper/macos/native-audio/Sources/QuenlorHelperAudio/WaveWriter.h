@@ -36,13 +36,13 @@ class WaveWriter final {
   WaveWriter(const WaveWriter&) = delete;
   WaveWriter& operator=(const WaveWriter&) = delete;
 
-  /// Writes the first frames samples of both arrays, in one write. Throws
+  /// Writes the first frames samples of both arrays, encoded, in one write. Throws
   /// WaveWriterError::invalidTargetFormat, with nothing written, where an array has fewer.
   void append(const std::vector<float>& left, const std::vector<float>& right, std::int64_t frames);
 
   /// Writes the sizes into the header and closes the file. Once that has succeeded, further calls
-  /// only give the result again. The duration is durationSeconds or that of the frames, whichever
-  /// is longer.
+  /// leave the file alone. Gives its size, and durationSeconds or the duration of the frames,
+  /// whichever is longer.
   StopResult finalize(double durationSeconds);
 
   /// Closes and deletes the file, finalized or not. Looks before deleting that the file at the
@@ -54,10 +54,6 @@ class WaveWriter final {
   /// arguments whose fields do not fit.
   static Header makeHeader(std::uint64_t dataByteCount, double sampleRate,
                            std::uint16_t channelCount, std::uint16_t bitsPerSample);
-
-  /// The stored form of one sample: limited to ±1, times 32 767 in single precision, halves away
-  /// from zero; but -1 is stored as -32 768, and what is not a number as 0.
-  static std::int16_t encodeSample(float sample);
 
   const std::filesystem::path outputURL;
   /// What append() takes: 32-bit float, one buffer a channel.
