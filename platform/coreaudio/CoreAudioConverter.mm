@@ -20,25 +20,32 @@ class CoreAudioConverter final : public AudioConverter {
                                 const InputBlock& input) override;
 
  private:
+  AVAudioBuffer* nextBuffer(const InputBlock& input, AVAudioPacketCount packets,
+                            AVAudioConverterInputStatus& systemStatus, std::exception_ptr& error);
+
   AVAudioConverter* const converter;
   AVAudioFormat* const targetFormat;
+  /// The buffer that was handed over last. The system may read what it has not yet used of it until
+  /// it asks for the next one, which can be in a later conversion.
+  AVAudioPCMBuffer* handedOver = nil;
 };
 
-/// The next source buffer, as a copy that is the converter's own: it may hold on to what it has not
-/// yet used. Whatever ends the input, the converter is told only that there is none for now: after
-/// an end of stream it would not go on with the next call's buffer.
-AVAudioBuffer* nextBuffer(const AudioConverter::InputBlock& input, AVAudioPacketCount packets,
-                          AVAudioConverterInputStatus& systemStatus, std::exception_ptr& error) {
+/// The next source buffer, as a copy of the converter's own. Whatever ends the input, the system is
+/// told only that there is none for now: after an end of stream it would not go on with the next
+/// call's buffer.
+AVAudioBuffer* CoreAudioConverter::nextBuffer(const InputBlock& input, AVAudioPacketCount packets,
+                                              AVAudioConverterInputStatus& systemStatus,
+                                              std::exception_ptr& error) {
   auto status = ConverterInputStatus::haveData;
   const auto source = input(packets, status);
   systemStatus = AVAudioConverterInputStatus_NoDataNow;
   if (status != ConverterInputStatus::haveData || !source) return nil;
-  AVAudioPCMBuffer* const copy = systemBuffer(*source);
-  if (copy == nil)
+  handedOver = systemBuffer(*source);
+  if (handedOver == nil)
     error = makeError("A source buffer could not be handed to the system's converter.");
   else
     systemStatus = AVAudioConverterInputStatus_HaveData;
-  return copy;
+  return handedOver;
 }
 
 // Runs on threads of the system's that may have no pool of their own, for as long as a recording.

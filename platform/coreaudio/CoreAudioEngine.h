@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/AudioEngine.h"
-#include "platform/ThreadSafety.h"
+#include "platform/coreaudio/Gate.h"
 
 #import <AVFAudio/AVFAudio.h>
 #include <memory>
@@ -22,15 +22,11 @@ class CoreAudioEngine final : public AudioEngine {
   void stop() override;
 
  private:
-  /// What the system's capture thread calls. The system does not promise that it is done with a tap
-  /// that was removed; the lock does.
-  struct Tap {
-    Mutex mutex;
-    TapBlock block GUARDED_BY(mutex);
-  };
-
   AVAudioEngine* const engine = [[AVAudioEngine alloc] init];
-  std::shared_ptr<Tap> tap;
+  /// What inputFormat() came to last. The seam's format has no channel layout, which more than two
+  /// channels need and a tap has to share with its node.
+  AVAudioFormat* nodeFormat = nil;
+  std::shared_ptr<Gate<TapBlock>> tap;
 };
 
 }  // namespace quenlor::platform::coreaudio

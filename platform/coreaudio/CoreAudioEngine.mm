@@ -7,46 +7,71 @@
 
 namespace quenlor::platform::coreaudio {
 
-AudioFormat CoreAudioEngine::inputFormat(std::uint32_t bus) {
-  return hostFormat([engine.inputNode inputFormatForBus:bus])
-      .value_or(AudioFormat::float32(0, 0, false));
+namespace {
+
+/// Runs one call of the engine's. What it raises instead of reporting, as for a device that changed
+/// since its format was read, becomes that call's error.
+template <typename Call>
+void perform(const Call& call) {
+  @try {
+    call();
+  } @catch (NSException* exception) {
+    throw PlatformError("The audio engine raised an exception: " + hostString(exception.reason));
+  }
 }
 
-void CoreAudioEngine::installTap(std::uint32_t bus, std::uint32_t bufferSize,
-                                 const AudioFormat& format, TapBlock block) {
-  const auto installed = std::make_shared<Tap>();
-  {
-    const MutexLock lock(installed->mutex);
-    installed->block = std::move(block);
+/// The same for calls that have no error: whatever is left of the capture is undone next.
+template <typename Call>
+void undo(const Call& call) {
+  try {
+    perform(call);
+  } catch (const PlatformError&) {
+    // The engine kept what it was told to give up, and there is no other way to tell it.
   }
-  tap = installed;
-  // Without a format, which more than two channels can lead to, the tap has the bus's own.
-  [engine.inputNode installTapOnBus:bus
-                         bufferSize:bufferSize
-                             format:systemFormat(format)
-                              block:^(AVAudioPCMBuffer* buffer, AVAudioTime*) {
-                                const MutexLock lock(installed->mutex);
-                                if (!installed->block) return;
-                                if (auto copy = hostBuffer(buffer))
-                                  installed->block(std::move(copy));
-                              }];
+}
+
+}  // namespace
+
+AudioFormat CoreAudioEngine::inputFormat(std::uint32_t bus) {
+  perform([&] { nodeFormat = [engine.inputNode inputFormatForBus:bus]; });
+  return hostFormat(nodeFormat).value_or(AudioFormat::float32(0, 0, false));
+}
+
+// The format is the one that inputFormat() gave: a node has no other.
+void CoreAudioEngine::installTap(std::uint32_t bus, std::uint32_t bufferSize,
+                                 const AudioFormat& /*format*/, TapBlock block) {
+  const auto gate = std::make_shared<Gate<TapBlock>>(std::move(block));
+  tap = gate;
+  // Made here and not in the lambda, whose captures a block would only refer to.
+  const AVAudioNodeTapBlock systemBlock = ^(AVAudioPCMBuffer* buffer, AVAudioTime*) {
+    // The capture thread may have no pool of its own.
+    @autoreleasepool {
+      if (auto copy = hostBuffer(buffer)) gate->call(std::move(copy));
+    }
+  };
+  perform([&] {
+    [engine.inputNode installTapOnBus:bus
+                           bufferSize:bufferSize
+                               format:nodeFormat
+                                block:systemBlock];
+  });
 }
 
 void CoreAudioEngine::removeTap(std::uint32_t bus) {
-  [engine.inputNode removeTapOnBus:bus];
-  if (!tap) return;
-  const MutexLock lock(tap->mutex);
-  tap->block = nullptr;
+  undo([&] { [engine.inputNode removeTapOnBus:bus]; });
+  if (tap) tap->close();
 }
 
 void CoreAudioEngine::prepare() {
-  [engine prepare];
+  perform([&] { [engine prepare]; });
 }
 
 void CoreAudioEngine::start() {
-  NSError* error = nil;
-  if (![engine startAndReturnError:&error])
-    throw PlatformError(hostString(error.localizedDescription));
+  perform([&] {
+    NSError* error = nil;
+    if (![engine startAndReturnError:&error])
+      throw PlatformError(hostString(error.localizedDescription));
+  });
 }
 
 bool CoreAudioEngine::isRunning() const {
@@ -54,7 +79,7 @@ bool CoreAudioEngine::isRunning() const {
 }
 
 void CoreAudioEngine::stop() {
-  [engine stop];
+  undo([&] { [engine stop]; });
 }
 
 }  // namespace quenlor::platform::coreaudio

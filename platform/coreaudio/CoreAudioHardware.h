@@ -1,8 +1,10 @@
 #pragma once
 
 #include "platform/AudioHardware.h"
+#include "platform/coreaudio/Gate.h"
 
 #include <map>
+#include <memory>
 
 namespace quenlor::platform::coreaudio {
 
@@ -25,7 +27,8 @@ class CoreAudioHardware final : public AudioHardware {
   OSStatus stopDevice(AudioObjectID deviceID, AudioDeviceIOProcID ioProcID) override;
 
  private:
-  std::map<AudioDeviceIOProcID, std::shared_ptr<DispatchQueue>> queues;
+  /// Of each IO block that is registered.
+  std::map<AudioDeviceIOProcID, std::shared_ptr<Gate<IOBlock>>> gates;
 };
 
 }  // namespace quenlor::platform::coreaudio

@@ -45,7 +45,7 @@ OSStatus CoreAudioHardware::destroyProcessTap(AudioObjectID tapID) {
 
 OSStatus CoreAudioHardware::createAggregateDevice(const AggregateDeviceDescription& description,
                                                   AudioObjectID& deviceID) {
-  NSDictionary* const settings = @{
+  NS_VALID_UNTIL_END_OF_SCOPE NSDictionary* const settings = @{
     @"name" : systemString(description.name),
     @"uid" : systemString(description.uid),
     @"private" : @(description.isPrivate),
@@ -73,33 +73,36 @@ OSStatus CoreAudioHardware::setPropertyData(AudioObjectID objectID,
 OSStatus CoreAudioHardware::createIOProcID(AudioObjectID deviceID,
                                            std::shared_ptr<DispatchQueue> queue, IOBlock block,
                                            AudioDeviceIOProcID& ioProcID) {
+  const auto gate = std::make_shared<Gate<IOBlock>>(std::move(block));
   ::AudioDeviceIOProcID created = nullptr;
   const OSStatus status = AudioDeviceCreateIOProcIDWithBlock(
       &created, deviceID, systemQueue(*queue),
       ^(const AudioTimeStamp*, const ::AudioBufferList* input, const AudioTimeStamp*,
         ::AudioBufferList*, const AudioTimeStamp*) {
-        block(hostBuffers(*input));
+        gate->call(hostBuffers(*input));
       });
   if (status != kAudioHardwareNoError) return status;
   ioProcID = AudioDeviceIOProcID{reinterpret_cast<std::uintptr_t>(created)};
-  queues[ioProcID] = std::move(queue);
+  gates[ioProcID] = gate;
   return status;
 }
 
 OSStatus CoreAudioHardware::destroyIOProcID(AudioObjectID deviceID, AudioDeviceIOProcID ioProcID) {
-  queues.erase(ioProcID);
+  gates.erase(ioProcID);
   return AudioDeviceDestroyIOProcID(deviceID, systemID(ioProcID));
 }
 
 OSStatus CoreAudioHardware::startDevice(AudioObjectID deviceID, AudioDeviceIOProcID ioProcID) {
+  if (const auto gate = gates.find(ioProcID); gate != gates.end()) gate->second->open();
   return AudioDeviceStart(deviceID, systemID(ioProcID));
 }
 
-// Cycles are handed to the queue synchronously: once it has come this far, the one that ran as the
-// device stopped is over.
+// AudioDeviceStop promises nothing about a cycle that has begun: its thread may be about to hand
+// the block to the queue, or be waiting for it. The gate waits for a block that runs; a cycle that
+// comes after it, even where the system would not stop, finds the gate closed.
 OSStatus CoreAudioHardware::stopDevice(AudioObjectID deviceID, AudioDeviceIOProcID ioProcID) {
   const OSStatus status = AudioDeviceStop(deviceID, systemID(ioProcID));
-  if (const auto queue = queues.find(ioProcID); queue != queues.end()) queue->second->sync([] {});
+  if (const auto gate = gates.find(ioProcID); gate != gates.end()) gate->second->close();
   return status;
 }
 

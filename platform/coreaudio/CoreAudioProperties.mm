@@ -69,13 +69,16 @@ OSStatus Property::read(std::vector<std::string>& value) const {
   return status;
 }
 
+// To ARC the cast is the object's last use; it has to outlive the write all the same.
+
 OSStatus Property::write(const std::string& value) const {
-  NSString* const text = systemString(value);
+  NS_VALID_UNTIL_END_OF_SCOPE NSString* const text = systemString(value);
   return writeBytes((__bridge CFStringRef)text);
 }
 
 OSStatus Property::write(const std::vector<std::string>& value) const {
-  NSMutableArray<NSString*>* const texts = [[NSMutableArray alloc] init];
+  NS_VALID_UNTIL_END_OF_SCOPE NSMutableArray<NSString*>* const texts =
+      [[NSMutableArray alloc] init];
   for (const std::string& text : value) [texts addObject:systemString(text)];
   return writeBytes((__bridge CFArrayRef)texts);
 }

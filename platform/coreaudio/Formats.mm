@@ -15,14 +15,24 @@ void copySamples(std::span<const AudioBuffer> from, std::span<const AudioBuffer>
     std::memcpy(to[i].mData, from[i].mData, std::min(from[i].mDataByteSize, to[i].mDataByteSize));
 }
 
+/// The seam knows of channels only how many there are. One and two mean mono and stereo to the
+/// system; of more it wants to be told that they stand for nothing but themselves.
+AVAudioChannelLayout* systemLayout(std::uint32_t channelCount) {
+  if (channelCount <= 2) return nil;
+  const AudioChannelLayoutTag tag = kAudioChannelLayoutTag_DiscreteInOrder | channelCount;
+  return [[AVAudioChannelLayout alloc] initWithLayoutTag:tag];
+}
+
 }  // namespace
 
 AVAudioFormat* systemFormat(const AudioFormat& format) {
   const auto description = std::bit_cast<::AudioStreamBasicDescription>(format.streamDescription());
-  return [[AVAudioFormat alloc] initWithStreamDescription:&description];
+  return [[AVAudioFormat alloc] initWithStreamDescription:&description
+                                            channelLayout:systemLayout(format.channelCount())];
 }
 
-std::optional<AudioFormat> hostFormat(AVAudioFormat* format) {
+// What is read lies in memory that goes with the format.
+std::optional<AudioFormat> hostFormat(NS_VALID_UNTIL_END_OF_SCOPE AVAudioFormat* format) {
   return AudioFormat::fromStreamDescription(
       std::bit_cast<AudioStreamBasicDescription>(*format.streamDescription));
 }
@@ -54,7 +64,8 @@ std::shared_ptr<PCMBuffer> hostBuffer(AVAudioPCMBuffer* buffer) {
   return copy;
 }
 
-void copyFrames(AVAudioPCMBuffer* from, PCMBuffer& to) {
+// What is read lies in memory that goes with the buffer.
+void copyFrames(NS_VALID_UNTIL_END_OF_SCOPE AVAudioPCMBuffer* from, PCMBuffer& to) {
   to.setFrameLength(from.frameLength);
   copySamples(hostBuffers(*from.audioBufferList), to.audioBufferList());
 }

@@ -13,7 +13,6 @@ class SystemQueue final : public DispatchQueue {
  public:
   explicit SystemQueue(const std::string& label);
 
-  const std::string& label() const override { return name; }
   void async(Work work) override;
   void sync(const Work& work) override;
   void assertCurrent() const override ASSERT_CAPABILITY(this);

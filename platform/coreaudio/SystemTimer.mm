@@ -24,6 +24,7 @@ void SystemTimer::schedule(std::chrono::nanoseconds delay, std::chrono::nanoseco
 }
 
 void SystemTimer::setEventHandler(Handler handler) {
+  if (handler == nullptr) return dispatch_source_set_event_handler(source, nil);
   dispatch_source_set_event_handler(source, ^{
     handler();
   });

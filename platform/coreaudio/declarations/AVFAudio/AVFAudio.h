@@ -9,8 +9,13 @@ using AVAudioNodeBus = NSUInteger;
 
 @class AVAudioTime;
 
+@interface AVAudioChannelLayout : NSObject
+- (instancetype)initWithLayoutTag:(AudioChannelLayoutTag)tag;
+@end
+
 @interface AVAudioFormat : NSObject
-- (instancetype)initWithStreamDescription:(const AudioStreamBasicDescription*)description;
+- (instancetype)initWithStreamDescription:(const AudioStreamBasicDescription*)description
+                            channelLayout:(AVAudioChannelLayout*)layout;
 @property(readonly) const AudioStreamBasicDescription* streamDescription;
 @end
 
@@ -27,15 +32,9 @@ using AVAudioNodeBus = NSUInteger;
 enum AVAudioConverterInputStatus : NSInteger {
   AVAudioConverterInputStatus_HaveData = 0,
   AVAudioConverterInputStatus_NoDataNow = 1,
-  AVAudioConverterInputStatus_EndOfStream = 2,
 };
 
-enum AVAudioConverterOutputStatus : NSInteger {
-  AVAudioConverterOutputStatus_HaveData = 0,
-  AVAudioConverterOutputStatus_InputRanDry = 1,
-  AVAudioConverterOutputStatus_EndOfStream = 2,
-  AVAudioConverterOutputStatus_Error = 3,
-};
+enum AVAudioConverterOutputStatus : NSInteger;
 
 using AVAudioConverterInputBlock = AVAudioBuffer* (^)(AVAudioPacketCount packets,
                                                       AVAudioConverterInputStatus* outStatus);

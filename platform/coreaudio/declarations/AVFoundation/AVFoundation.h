@@ -5,12 +5,7 @@
 using AVMediaType = NSString*;
 extern "C" const AVMediaType AVMediaTypeAudio;
 
-enum AVAuthorizationStatus : NSInteger {
-  AVAuthorizationStatusNotDetermined = 0,
-  AVAuthorizationStatusRestricted = 1,
-  AVAuthorizationStatusDenied = 2,
-  AVAuthorizationStatusAuthorized = 3,
-};
+enum AVAuthorizationStatus : NSInteger;
 
 @interface AVCaptureDevice : NSObject
 + (AVAuthorizationStatus)authorizationStatusForMediaType:(AVMediaType)mediaType;

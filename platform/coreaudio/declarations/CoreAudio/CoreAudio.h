@@ -34,6 +34,9 @@ struct AudioBufferList {
   AudioBuffer mBuffers[1];
 };
 
+using AudioChannelLayoutTag = UInt32;
+enum : AudioChannelLayoutTag { kAudioChannelLayoutTag_DiscreteInOrder = 147U << 16 };
+
 struct AudioTimeStamp;
 
 using AudioDeviceIOProcID = OSStatus (*)(AudioObjectID device, void* clientData);

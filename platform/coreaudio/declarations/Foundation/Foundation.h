@@ -16,6 +16,8 @@ using CFArrayRef = const struct __CFArray*;
 using CFDictionaryRef = const struct __CFDictionary*;
 
 #define nil nullptr
+#define NS_RETURNS_INNER_POINTER __attribute__((objc_returns_inner_pointer))
+#define NS_VALID_UNTIL_END_OF_SCOPE __attribute__((objc_precise_lifetime))
 
 @protocol NSObject
 @end
@@ -27,7 +29,6 @@ __attribute__((objc_root_class))
 @interface NSObject<NSObject>
 + (instancetype)alloc;
 - (instancetype)init;
-- (BOOL)isEqual:(id)object;
 @end
 
 enum : NSUInteger { NSUTF8StringEncoding = 4 };
@@ -36,8 +37,10 @@ enum : NSUInteger { NSUTF8StringEncoding = 4 };
 - (instancetype)initWithBytes:(const void*)bytes
                        length:(NSUInteger)length
                      encoding:(NSUInteger)encoding;
-@property(readonly) const char* UTF8String;
+@property(readonly) const char* UTF8String NS_RETURNS_INNER_POINTER;
 @end
+
+extern "C" NSString* NSTemporaryDirectory(void);
 
 @interface NSNumber : NSObject
 + (NSNumber*)numberWithBool:(BOOL)value;
@@ -70,4 +73,8 @@ struct NSFastEnumerationState {
 
 @interface NSError : NSObject
 @property(readonly) NSString* localizedDescription;
+@end
+
+@interface NSException : NSObject
+@property(readonly) NSString* reason;
 @end
