@@ -15,17 +15,20 @@ namespace quenlor::platform {
 /// run may be destroyed on any thread.
 class AudioEngine {
  public:
-  /// Takes one buffer of captured samples, which the receiver may keep. Runs on a capture thread of
-  /// the host's and must return at once: no lock that is held for long, no file, no conversion. It
-  /// must not throw.
+  /// Takes one buffer of captured samples, which the receiver may keep. Runs on a thread of the
+  /// host's, or on the control thread while it is inside a call of this host, and must return at
+  /// once: no lock that is held for long, no file, no conversion. It must not throw.
   using TapBlock = std::function<void(std::shared_ptr<PCMBuffer> buffer)>;
 
   virtual ~AudioEngine() = default;
 
-  /// The input device's own format; 0 channels mean that there is no input.
+  /// The input device's own format; 0 channels mean that there is no input. This, installTap() and
+  /// prepare() throw PlatformError where the host's system refuses.
   virtual AudioFormat inputFormat(std::uint32_t bus) = 0;
 
-  /// Delivers the input to block, in buffers of about bufferSize frames, once the engine runs.
+  /// Delivers the input to block once the engine runs; a buffer that cannot be had is left out.
+  /// format is what inputFormat() gave. bufferSize is a wish: a host may choose buffers of another
+  /// size.
   virtual void installTap(std::uint32_t bus, std::uint32_t bufferSize, const AudioFormat& format,
                           TapBlock block) = 0;
 

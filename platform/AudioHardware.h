@@ -4,6 +4,7 @@
 #include "platform/DispatchQueue.h"
 #include "platform/TapDescription.h"
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -12,8 +13,8 @@
 
 namespace quenlor::platform {
 
-/// A property's data. The alternative held before a get says which kind of data is asked for (and
-/// so its size: 4 bytes, a string reference, an array reference, 40 bytes); the get keeps it.
+/// A property's data. The alternative held before a get says which kind of data is asked for; a get
+/// that succeeds puts data of the same kind in its place.
 using PropertyData =
     std::variant<std::uint32_t, std::string, std::vector<std::string>, AudioStreamBasicDescription>;
 
@@ -25,9 +26,9 @@ using PropertyData =
 class AudioHardware {
  public:
   /// Takes the samples of one IO cycle. Runs as synchronous work of the queue given at
-  /// registration, on a thread of the host's. The list and what it points to are lent for the call.
-  /// A buffer may have a size but no data where its stream is disabled. The block must neither
-  /// throw nor call this interface.
+  /// registration, on a thread of the host's, or on the control thread while it is inside a call of
+  /// this host. The list and what it points to are lent for the call. A buffer may have a size but
+  /// no data where its stream is disabled. The block must neither throw nor call this interface.
   using IOBlock = std::function<void(AudioBufferList input)>;
 
   virtual ~AudioHardware() = default;

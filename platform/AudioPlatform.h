@@ -10,11 +10,13 @@
 #include "platform/PCMBuffer.h"
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace quenlor::platform {
 
@@ -33,6 +35,8 @@ class AudioPlatform {
  public:
   virtual ~AudioPlatform() = default;
 
+  /// Throws PlatformError where the host's audio system cannot be reached, and nothing once
+  /// makeEngine() has succeeded.
   virtual AudioHardware& hardware() = 0;
   virtual CaptureDevice& captureDevice() = 0;
 
@@ -57,8 +61,9 @@ class AudioPlatform {
   virtual std::chrono::system_clock::time_point currentTime() = 0;
 };
 
-/// Takes one line about a change in the host's state, from any thread.
-using TraceSink = std::function<void(const std::string& message)>;
+/// Takes one line about a change in the host's state, from any thread. Must not throw: it is called
+/// inside callbacks of the system's.
+using TraceSink = std::function<void(std::string_view message)>;
 
 /// Makes the host that this program was linked with.
 std::unique_ptr<AudioPlatform> makeAudioPlatform(const TraceSink& trace);

@@ -31,6 +31,16 @@ struct AudioObjectPropertyAddress {
 };
 
 inline constexpr OSStatus kAudioHardwareNoError = 0;
+inline constexpr OSStatus kAudioHardwareBadObjectError =
+    static_cast<OSStatus>(fourCharCode("!obj"));
+inline constexpr OSStatus kAudioHardwareBadPropertySizeError =
+    static_cast<OSStatus>(fourCharCode("!siz"));
+inline constexpr OSStatus kAudioHardwareIllegalOperationError =
+    static_cast<OSStatus>(fourCharCode("nope"));
+inline constexpr OSStatus kAudioHardwareNotRunningError =
+    static_cast<OSStatus>(fourCharCode("stop"));
+inline constexpr OSStatus kAudioHardwareUnknownPropertyError =
+    static_cast<OSStatus>(fourCharCode("who?"));
 inline constexpr AudioObjectID kAudioObjectSystemObject = 1;
 inline constexpr std::uint32_t kAudioObjectPropertyElementMain = 0;
 inline constexpr std::uint32_t kAudioObjectPropertyScopeGlobal = fourCharCode("glob");

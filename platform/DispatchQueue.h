@@ -3,7 +3,6 @@
 #include "platform/ThreadSafety.h"
 
 #include <functional>
-#include <string>
 
 namespace quenlor::platform {
 
@@ -19,8 +18,6 @@ class CAPABILITY("queue") DispatchQueue {
   using Work = std::function<void()>;
 
   virtual ~DispatchQueue() = default;
-
-  virtual const std::string& label() const = 0;
 
   /// Submits work and returns at once, without running it.
   virtual void async(Work work) = 0;

@@ -22,6 +22,7 @@ class DispatchTimer {
   virtual void schedule(std::chrono::nanoseconds delay, std::chrono::nanoseconds interval,
                         std::chrono::nanoseconds leeway) = 0;
 
+  /// With an empty handler ticks do nothing; setting that one cannot fail.
   virtual void setEventHandler(Handler handler) = 0;
 
   /// Starts ticking; a new timer is suspended.

@@ -2,7 +2,12 @@
 
 #include "platform/AudioPlatform.h"
 
+#include <chrono>
+#include <cstdint>
+#include <exception>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 

@@ -15,8 +15,9 @@ namespace quenlor::platform {
 class PCMBuffer {
  public:
   /// A buffer with room for frameCapacity frames, whose frameLength is 0 and whose byte sizes say
-  /// the whole room. Nothing where the memory cannot be had, the format has no frame size, or a
-  /// byte size does not fit 32 bits. The samples are not initialised.
+  /// the whole room. Nothing where the memory cannot be had, the format has no frame size, no
+  /// channels or more than 1024 buffers, or a byte size does not fit 32 bits. The samples are not
+  /// initialised.
   static std::shared_ptr<PCMBuffer> create(const AudioFormat& format, std::uint32_t frameCapacity);
 
   PCMBuffer(const PCMBuffer&) = delete;
@@ -30,7 +31,6 @@ class PCMBuffer {
   void setFrameLength(std::uint32_t frames);
 
   AudioBufferList audioBufferList() const { return buffers; }
-  std::span<AudioBuffer> mutableAudioBufferList() { return buffers; }
 
   /// One pointer a channel; empty unless the samples are non-interleaved 32-bit floats.
   std::span<float* const> floatChannelData() const { return channels; }

@@ -19,7 +19,6 @@
 #define RELEASE(...) QUENLOR_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 #define TRY_ACQUIRE(...) QUENLOR_THREAD_ANNOTATION(try_acquire_capability(__VA_ARGS__))
 #define ASSERT_CAPABILITY(x) QUENLOR_THREAD_ANNOTATION(assert_capability(x))
-#define RETURN_CAPABILITY(x) QUENLOR_THREAD_ANNOTATION(lock_returned(x))
 
 namespace quenlor::platform {
 

@@ -3,6 +3,7 @@
 #include "platform/ThreadSafety.h"
 
 #include <asio.hpp>
+#include <memory>
 #include <thread>
 #include <utility>
 
@@ -19,6 +20,8 @@ class EventLoop::Engine {
 
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;
+
+  void post(Work work) { asio::post(context, std::move(work)); }
 
   void postAt(Clock::time_point deadline, Work work) {
     auto timer = std::make_shared<asio::steady_timer>(context, deadline);
@@ -43,9 +46,6 @@ class EventLoop::Engine {
     poll = nullptr;
   }
 
-  // One thread runs the context.
-  asio::io_context context{1};
-
  private:
   void runPoll() EXCLUDES(pollMutex) {
     MutexLock lock(pollMutex);
@@ -64,6 +64,9 @@ class EventLoop::Engine {
     context.poll();
   }
 
+  // One thread runs it.
+  asio::io_context context{1};
+
   Mutex pollMutex;
   Work poll GUARDED_BY(pollMutex);
   Clock::duration pollInterval GUARDED_BY(pollMutex) = {};
@@ -79,7 +82,7 @@ EventLoop::EventLoop() : engine(std::make_unique<Engine>()) {}
 EventLoop::~EventLoop() = default;
 
 void EventLoop::post(Work work) {
-  asio::post(engine->context, std::move(work));
+  engine->post(std::move(work));
 }
 
 void EventLoop::postAt(Clock::time_point deadline, Work work) {

@@ -55,7 +55,7 @@ void QueueTimer::State::schedule(std::chrono::nanoseconds delay,
 }
 
 void QueueTimer::State::setEventHandler(Handler newHandler) {
-  auto next = std::make_shared<const Handler>(std::move(newHandler));
+  auto next = newHandler ? std::make_shared<const Handler>(std::move(newHandler)) : nullptr;
   MutexLock lock(mutex);
   // The old handler is released only after the lock: what it holds may call this timer as it dies.
   if (!cancelled) handler.swap(next);
@@ -99,7 +99,7 @@ void QueueTimer::State::tick(std::uint64_t schedule) {
     arm(start + (elapsed + 1) * period);
     current = handler;
   }
-  if (current && *current) (*current)();
+  if (current) (*current)();
 }
 
 QueueTimer::QueueTimer(EventLoop& eventLoop, std::shared_ptr<DispatchQueue> queue)

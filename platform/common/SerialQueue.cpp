@@ -86,8 +86,9 @@ bool SerialQueue::State::becomeOwnerIfIdle() {
   return true;
 }
 
-// Waits until an owner has run the work. True where there is none any more: then the caller is the
-// owner, and the work is still pending. So nobody waits for a drain that has not even begun.
+// Waits until an owner has run the work, or until there is no owner. True in the second case: the
+// caller is the owner then, and has to run the work among what is pending. So nobody waits for a
+// drain that has not even begun.
 bool SerialQueue::State::awaitTurn(const Work& work, bool& finished) {
   MutexLock lock(mutex);
   pending.push_back({[&work] { work(); }, &finished});
@@ -149,10 +150,6 @@ SerialQueue::SerialQueue(EventLoop& eventLoop, std::string label)
     : state(std::make_shared<State>(eventLoop, std::move(label))) {}
 
 SerialQueue::~SerialQueue() = default;
-
-const std::string& SerialQueue::label() const {
-  return state->label;
-}
 
 void SerialQueue::async(Work work) {
   state->async(std::move(work));

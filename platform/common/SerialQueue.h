@@ -24,7 +24,6 @@ class SerialQueue final : public DispatchQueue {
   SerialQueue(const SerialQueue&) = delete;
   SerialQueue& operator=(const SerialQueue&) = delete;
 
-  const std::string& label() const override;
   void async(Work work) override;
   void sync(const Work& work) override;
   void assertCurrent() const override ASSERT_CAPABILITY(this);

@@ -6,9 +6,13 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <exception>
 #include <limits>
 #include <optional>
 #include <soxr.h>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>

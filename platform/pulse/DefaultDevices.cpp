@@ -1,5 +1,6 @@
 #include "platform/pulse/DefaultDevices.h"
 
+#include <cstdint>
 #include <pulse/introspect.h>
 #include <pulse/subscribe.h>
 #include <utility>

@@ -31,10 +31,7 @@ PulseConnection::PulseConnection(const TraceSink& traceSink)
     open();
   } catch (const PlatformError& error) {
     close();
-    const std::string message =
-        std::string("The sound server could not be reached: ") + error.what();
-    trace(message);
-    throw PlatformError(message);
+    throw PlatformError(std::string("The sound server could not be reached: ") + error.what());
   }
 }
 

@@ -10,6 +10,7 @@
 #include <pulse/mainloop.h>
 #include <pulse/operation.h>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace quenlor::platform::pulse {
@@ -28,8 +29,8 @@ using Operation = std::unique_ptr<pa_operation, OperationCanceller>;
 /// It is also the lock under which everything of libpulse is used, and it has no thread of its own:
 /// whoever holds it may serve it, that is, have the callbacks run for what has come. The control
 /// thread does while it waits for an answer; otherwise serve() is to be called again and again. The
-/// control thread must not hold it while waiting for a queue: a callback may be waiting for that
-/// queue in turn.
+/// callbacks enter the queue of an IO block, so nothing on that queue may wait for the connection;
+/// and nobody who holds it waits for another queue, on which a file may be written.
 ///
 /// All functions are called from the control thread, or in callbacks where they say so.
 class CAPABILITY("connection") PulseConnection {
@@ -88,7 +89,7 @@ class CAPABILITY("connection") PulseConnection {
   void renewAnswerTime() { timeLeft = answerTime; }
 
   /// May be called from any thread.
-  void trace(const std::string& message) const { sink(message); }
+  void trace(std::string_view message) const { sink(message); }
 
  private:
   struct MainloopEnder {

@@ -1,6 +1,9 @@
 #include "platform/pulse/PulseEngine.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
+#include <string>
 #include <utility>
 
 namespace quenlor::platform::pulse {
@@ -57,9 +60,7 @@ void PulseEngine::start() {
                                              deliver(samples);
                                            });
   } catch (const PlatformError& error) {
-    const std::string message = std::string("The microphone could not be started: ") + error.what();
-    connection.trace(message);
-    throw PlatformError(message);
+    throw PlatformError(std::string("The microphone could not be started: ") + error.what());
   }
   group.add(CaptureRole::microphone, *track);
 }
@@ -75,7 +76,8 @@ void PulseEngine::deliver(std::span<std::byte> samples) {
   const std::size_t frames = samples.size() / (sizeof(float) * tap->format.channelCount());
   auto buffer = PCMBuffer::create(tap->format, static_cast<std::uint32_t>(frames));
   if (buffer == nullptr) {
-    connection.trace("There is no memory for the samples of the microphone.");
+    if (!std::exchange(hasToldOfMemory, true))
+      connection.trace("There is no memory for the samples of the microphone.");
     return;
   }
   buffer->setFrameLength(static_cast<std::uint32_t>(frames));

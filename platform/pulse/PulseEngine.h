@@ -4,8 +4,11 @@
 #include "platform/pulse/PulseCaptureGroup.h"
 #include "platform/pulse/PulseServerInfo.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 
 namespace quenlor::platform::pulse {
 
@@ -41,6 +44,7 @@ class PulseEngine final : public AudioEngine {
   PulseCaptureGroup& group;
   std::optional<SourceInfo> input;
   std::optional<Tap> tap GUARDED_BY(connection);
+  bool hasToldOfMemory GUARDED_BY(connection) = false;
   std::unique_ptr<CaptureTrack> track;
 };
 

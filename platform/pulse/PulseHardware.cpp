@@ -1,7 +1,11 @@
 #include "platform/pulse/PulseHardware.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <span>
 #include <utility>
+#include <variant>
+#include <vector>
 
 namespace quenlor::platform::pulse {
 namespace {
@@ -12,10 +16,12 @@ struct HardwareError {
   const char* cause;
 };
 
-constexpr HardwareError noSuchObject{badObjectError, "There is no such object."};
-constexpr HardwareError noSuchProperty{unknownPropertyError, "There is no such property."};
-constexpr HardwareError hasIOBlock{illegalOperationError, "The device has an IO block."};
-constexpr HardwareError hasNoTap{illegalOperationError, "The device has no tap."};
+constexpr HardwareError noSuchObject{kAudioHardwareBadObjectError, "There is no such object."};
+constexpr HardwareError noSuchProperty{kAudioHardwareUnknownPropertyError,
+                                       "There is no such property."};
+constexpr HardwareError hasIOBlock{kAudioHardwareIllegalOperationError,
+                                   "The device has an IO block."};
+constexpr HardwareError hasNoTap{kAudioHardwareIllegalOperationError, "The device has no tap."};
 
 constexpr AudioObjectPropertyAddress globalAddress(std::uint32_t selector) {
   return {selector, kAudioObjectPropertyScopeGlobal, kAudioObjectPropertyElementMain};
@@ -31,7 +37,8 @@ constexpr AudioObjectPropertyAddress streamFormatAddress{kAudioDevicePropertyStr
 
 }  // namespace
 
-OSStatus PulseHardware::attempt(const char* what, const std::function<void()>& work) {
+template <typename Work>
+OSStatus PulseHardware::attempt(const char* what, Work work) {
   const auto traceCause = [this, what](const std::string& cause) {
     if (what != nullptr) connection.trace(std::string("Could not ") + what + ": " + cause);
   };
@@ -43,14 +50,15 @@ OSStatus PulseHardware::attempt(const char* what, const std::function<void()>& w
     return error.status;
   } catch (const PlatformError& error) {
     traceCause(error.what());
-    return notRunningError;
+    return kAudioHardwareNotRunningError;
   }
 }
 
 OSStatus PulseHardware::createProcessTap(const TapDescription& description, AudioObjectID& tapID) {
   return attempt("create a tap", [&] {
     if (!description.processes.empty())
-      throw HardwareError{illegalOperationError, "Single processes cannot be tapped."};
+      throw HardwareError{kAudioHardwareIllegalOperationError,
+                          "Single processes cannot be tapped."};
     SinkInfo sink = querySink(connection, description.deviceUID.value_or(defaultSink));
     tapID = ++lastID;
     taps[tapID] = {description.name, "tap-" + std::to_string(tapID), std::move(sink)};
@@ -85,7 +93,7 @@ OSStatus PulseHardware::getPropertyData(AudioObjectID objectID,
   return attempt(isOptional ? nullptr : "read a property", [&] {
     PropertyData value = readProperty(objectID, address);
     if (value.index() != data.index())
-      throw HardwareError{illegalOperationError, "The property is of another type."};
+      throw HardwareError{kAudioHardwareIllegalOperationError, "The property is of another type."};
     data = std::move(value);
   });
 }
@@ -123,7 +131,7 @@ OSStatus PulseHardware::setPropertyData(AudioObjectID objectID,
     const auto* tapUIDs = std::get_if<std::vector<std::string>>(&data);
     if (address != tapListAddress) throw noSuchProperty;
     if (tapUIDs == nullptr || tapUIDs->size() != 1)
-      throw HardwareError{illegalOperationError, "A device takes a list of one tap."};
+      throw HardwareError{kAudioHardwareIllegalOperationError, "A device takes a list of one tap."};
     device.tapID = tapWithUID(tapUIDs->front());
   });
 }

@@ -5,18 +5,13 @@
 #include "platform/pulse/PulseServerInfo.h"
 #include "platform/pulse/PulseSupervisor.h"
 
-#include <functional>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
 
 namespace quenlor::platform::pulse {
-
-inline constexpr OSStatus badObjectError = static_cast<OSStatus>(fourCharCode("!obj"));
-inline constexpr OSStatus unknownPropertyError = static_cast<OSStatus>(fourCharCode("who?"));
-inline constexpr OSStatus illegalOperationError = static_cast<OSStatus>(fourCharCode("nope"));
-inline constexpr OSStatus notRunningError = static_cast<OSStatus>(fourCharCode("stop"));
 
 /// System audio as hardware objects: an output device is a sink, a process tap its monitor, and an
 /// aggregate device with the tap in its list records from that.
@@ -66,7 +61,8 @@ class PulseHardware final : public AudioHardware {
   };
 
   /// Runs work; where it fails, says in the trace what it was and why, unless what is null.
-  OSStatus attempt(const char* what, const std::function<void()>& work);
+  template <typename Work>
+  OSStatus attempt(const char* what, Work work);
   PropertyData readProperty(AudioObjectID objectID, const AudioObjectPropertyAddress& address);
   AudioObjectID defaultOutputDevice();
   AudioObjectID tapWithUID(const std::string& uid) const;

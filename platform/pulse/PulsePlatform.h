@@ -6,14 +6,21 @@
 #include "platform/pulse/PulseHardware.h"
 
 #include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
 #include <optional>
+#include <string>
+#include <utility>
 
 namespace quenlor::platform::pulse {
 
 /// A Linux desktop with a sound server that speaks PulseAudio's protocol.
 ///
-/// The server is reached at the first call that needs it: makeEngine(), hardware() and the capture
-/// device's defaultDevice(), each of which throws PlatformError where it cannot be.
+/// The server is reached at the first call that needs it: makeEngine(), hardware() or the capture
+/// device's defaultDevice(). Where it cannot be, the first two throw PlatformError, and the last
+/// gives nothing.
 class PulsePlatform final : public AudioPlatform, private CaptureDevice {
  public:
   explicit PulsePlatform(TraceSink traceSink) : trace(std::move(traceSink)) {}
@@ -37,15 +44,17 @@ class PulsePlatform final : public AudioPlatform, private CaptureDevice {
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
+    /// Serves the connection where the other loop has not, and sees to its own next call.
+    void standBy();
+
     PulseConnection connection;
     PulseCaptureGroup group{connection};
     PulseSupervisor supervisor{connection, group};
     PulseHardware hardware{connection, group, supervisor};
-    void standBy();
 
     EventLoop& loop;
     std::atomic<EventLoop::Clock::time_point> servedAt;
-    // Has the connection served while the other loop's thread waits for a slow disk.
+    // Runs standBy(), for while the other loop's thread waits for a slow disk.
     EventLoop standbyLoop;
   };
 

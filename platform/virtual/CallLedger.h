@@ -4,6 +4,7 @@
 #include "platform/ThreadSafety.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>

@@ -41,8 +41,6 @@ class ManualClock::Queue final : public DispatchQueue {
     state->label = label;
   }
 
-  const std::string& label() const override { return state->label; }
-
   void async(Work work) override {
     state->waiting.push_back(std::move(work));
     clock.turns.push_back(state);
@@ -79,7 +77,7 @@ struct ManualClock::TimerState {
   void tick() {
     // The handler may replace itself, or destroy the timer.
     const std::shared_ptr<const DispatchTimer::Handler> current = handler;
-    if (current && *current) (*current)();
+    if (current) (*current)();
   }
 
   std::shared_ptr<DispatchQueue> queue;
@@ -108,7 +106,7 @@ class ManualClock::Timer final : public DispatchTimer {
   }
 
   void setEventHandler(Handler handler) override {
-    state->handler = std::make_shared<const Handler>(std::move(handler));
+    state->handler = handler ? std::make_shared<const Handler>(std::move(handler)) : nullptr;
   }
 
   void resume() override { state->resumed = true; }

@@ -2,7 +2,10 @@
 
 #include "platform/virtual/Pace.h"
 
+#include <chrono>
 #include <deque>
+#include <memory>
+#include <string>
 #include <vector>
 
 namespace quenlor::platform::virtualhost {

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <memory>
+#include <string>
 
 namespace quenlor::platform::virtualhost {
 

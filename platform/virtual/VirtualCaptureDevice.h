@@ -4,6 +4,7 @@
 #include "platform/virtual/CallLedger.h"
 #include "platform/virtual/VirtualSettings.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <thread>

@@ -4,6 +4,7 @@
 #include "platform/virtual/CallLedger.h"
 #include "platform/virtual/StreamDriver.h"
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 

@@ -74,10 +74,10 @@ OSStatus VirtualHardware::getPropertyData(AudioObjectID objectID,
   const OSStatus status = ledger.attempt(callName("getPropertyData", address));
   if (status != kAudioHardwareNoError) return status;
   const auto object = objects.find(objectID);
-  if (object == objects.end()) return kBadObjectError;
+  if (object == objects.end()) return kAudioHardwareBadObjectError;
   std::optional<PropertyData> value = property(object->second, address);
-  if (!value) return kUnknownPropertyError;
-  if (value->index() != data.index()) return kBadPropertySizeError;
+  if (!value) return kAudioHardwareUnknownPropertyError;
+  if (value->index() != data.index()) return kAudioHardwareBadPropertySizeError;
   data = *std::move(value);
   return kAudioHardwareNoError;
 }
@@ -88,12 +88,12 @@ OSStatus VirtualHardware::setPropertyData(AudioObjectID objectID,
   const OSStatus status = ledger.attempt(callName("setPropertyData", address));
   if (status != kAudioHardwareNoError) return status;
   const auto object = objects.find(objectID);
-  if (object == objects.end()) return kBadObjectError;
+  if (object == objects.end()) return kAudioHardwareBadObjectError;
   if (object->second.kind != Kind::aggregateDevice || address != kTapListAddress)
-    return kUnknownPropertyError;
+    return kAudioHardwareUnknownPropertyError;
   const auto* uids = std::get_if<std::vector<std::string>>(&data);
-  if (uids == nullptr) return kBadPropertySizeError;
-  if (!allAreTaps(*uids)) return kIllegalOperationError;
+  if (uids == nullptr) return kAudioHardwareBadPropertySizeError;
+  if (!allAreTaps(*uids)) return kAudioHardwareIllegalOperationError;
   object->second.taps = tapList = *uids;
   return kAudioHardwareNoError;
 }
@@ -105,7 +105,7 @@ OSStatus VirtualHardware::createIOProcID(AudioObjectID deviceID,
   if (status != kAudioHardwareNoError) return status;
   const auto device = objects.find(deviceID);
   if (device == objects.end() || device->second.kind != Kind::aggregateDevice)
-    return kBadObjectError;
+    return kAudioHardwareBadObjectError;
   ioProcID = AudioDeviceIOProcID{nextID++};
   ioProcs[ioProcID] = {deviceID, std::make_shared<const SystemReceiver>(
                                      SystemReceiver{std::move(queue), std::move(block)})};
@@ -128,7 +128,7 @@ OSStatus VirtualHardware::startDevice(AudioObjectID deviceID, AudioDeviceIOProcI
   if (status != kAudioHardwareNoError) return status;
   const IOProc* ioProc = findIOProc(deviceID, ioProcID);
   if (ioProc == nullptr) return refuse("startDevice");
-  if (runningIOProc) return kIllegalOperationError;
+  if (runningIOProc) return kAudioHardwareIllegalOperationError;
   driver.startSystem(ioProc->receiver);
   runningIOProc = ioProcID;
   return kAudioHardwareNoError;
@@ -162,7 +162,7 @@ OSStatus VirtualHardware::remove(AudioObjectID id, Kind kind, ObjectKind ledgerK
 
 OSStatus VirtualHardware::refuse(const std::string& caller) {
   ledger.noteMisuse(caller + " of something that does not exist");
-  return kBadObjectError;
+  return kAudioHardwareBadObjectError;
 }
 
 std::optional<PropertyData> VirtualHardware::property(

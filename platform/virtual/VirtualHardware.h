@@ -5,6 +5,7 @@
 #include "platform/virtual/StreamDriver.h"
 #include "platform/virtual/VirtualSettings.h"
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <optional>
@@ -12,12 +13,6 @@
 #include <vector>
 
 namespace quenlor::platform::virtualhost {
-
-/// Statuses of refused calls.
-inline constexpr OSStatus kUnknownPropertyError = static_cast<OSStatus>(fourCharCode("who?"));
-inline constexpr OSStatus kBadObjectError = static_cast<OSStatus>(fourCharCode("!obj"));
-inline constexpr OSStatus kBadPropertySizeError = static_cast<OSStatus>(fourCharCode("!siz"));
-inline constexpr OSStatus kIllegalOperationError = static_cast<OSStatus>(fourCharCode("nope"));
 
 /// A hardware object model in memory: the system object, one output device, and the taps,
 /// aggregate devices and IO blocks that the caller makes. IDs are never used twice.

@@ -4,6 +4,7 @@
 #include "platform/common/SoxrConverter.h"
 #include "platform/virtual/VirtualEngine.h"
 
+#include <exception>
 #include <stdexcept>
 #include <utility>
 

@@ -8,7 +8,10 @@
 #include "platform/virtual/VirtualHardware.h"
 #include "platform/virtual/VirtualSettings.h"
 
+#include <chrono>
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace quenlor::platform::virtualhost {

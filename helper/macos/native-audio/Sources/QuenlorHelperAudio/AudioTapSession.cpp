@@ -4,6 +4,10 @@
 #include "Permissions.h"
 #include "SidecarTrace.h"
 
+#include <chrono>
+#include <exception>
+#include <memory>
+#include <optional>
 #include <utility>
 
 namespace quenlor {
@@ -20,7 +24,7 @@ AudioTapSession::AudioTapSession(StartRequest startRequest, platform::AudioPlatf
 
 void AudioTapSession::start() {
   const platform::MutexLock lock(stateLock);
-  if (isRunning || isSpent) throw AudioTapSessionError::sessionAlreadyStarted();
+  if (isSpent) throw AudioTapSessionError::sessionAlreadyStarted();
   if (request.mode != "mixed") throw AudioTapSessionError::mixedModeRequired();
   isSpent = true;
 
@@ -76,6 +80,10 @@ void AudioTapSession::discardIfUnfinished() noexcept {
 void AudioTapSession::unsafeCleanupAndDiscard() {
   try {
     teardownCaptureGraph();
+  } catch (...) {
+    // Only memory can fail here; what follows has to come all the same.
+  }
+  try {
     mixQueue->sync([this] {
       mixQueue->assertCurrent();
       stopMixerTimer();
@@ -83,7 +91,7 @@ void AudioTapSession::unsafeCleanupAndDiscard() {
       microphoneBacklog.removeAll();
     });
   } catch (...) {
-    // Only memory can fail here; the file has to go all the same.
+    // As above.
   }
   finalizedResult.reset();
   writer->discard();
@@ -91,8 +99,8 @@ void AudioTapSession::unsafeCleanupAndDiscard() {
   isSpent = true;
 }
 
-/// Undoes whatever set-up came to, in reverse; may run any number of times. Statuses are not looked
-/// at: there is nothing left to do about them.
+/// Undoes whatever set-up came to, an IO block before its device and a device before its tap; may
+/// run any number of times. Statuses are not looked at: there is nothing left to do about them.
 void AudioTapSession::teardownCaptureGraph() {
   stopMixerTimer();
   if (microphoneEngine->isRunning()) {
@@ -114,7 +122,7 @@ std::exception_ptr AudioTapSession::finishMixing() {
   mixQueue->assertCurrent();
   stopMixerTimer();
   try {
-    drainAvailableFrames(std::nullopt, true);
+    drainAvailableFrames(std::nullopt, /*ignoreFailureGate=*/true);
   } catch (...) {
     recordAsyncFailure(std::current_exception());
   }

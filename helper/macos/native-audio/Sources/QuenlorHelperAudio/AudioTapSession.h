@@ -20,15 +20,17 @@ namespace quenlor {
 ///
 /// One thread, the control thread, calls start(), stop() and discardIfUnfinished(). Every path out
 /// of a started or half-started session passes through stop() or discardIfUnfinished(): destroying
-/// a session stops nothing.
+/// a session releases no hardware object.
 ///
 /// Who touches what:
 ///   control thread   set-up, start, stop, teardown
 ///   callbackQueue    copy and conversion of system audio
 ///   mixQueue         conversion of the microphone, both backlogs, the mixer's ticks, appending
-/// Locks are taken in the order stateLock, waiting on mixQueue, failureLock. Work on the queues
-/// never takes stateLock and never waits for another queue. Everything that is called back holds
-/// the session weakly, so the last reference can die on a queue's own thread.
+/// stateLock is held for the whole of each call of the control thread, so that calls could also
+/// come from several threads. Locks are taken in the order stateLock, waiting on mixQueue,
+/// failureLock. Work on the queues never takes stateLock and never waits for another queue.
+/// Everything that is called back holds the session weakly, so the last reference can die on a
+/// queue's own thread.
 ///
 /// Each concern has a source file of its own: lifecycle (AudioTapSession.cpp), system tap set-up
 /// (SystemTapCapture.cpp), system buffers (SystemBufferIntake.cpp), microphone
@@ -43,8 +45,8 @@ class AudioTapSession final : public std::enable_shared_from_this<AudioTapSessio
   AudioTapSession(StartRequest startRequest, platform::AudioPlatform& audioPlatform);
 
   /// Returns once capture runs. Throws AudioTapSessionError, PermissionError or PlatformError and
-  /// undoes nothing then: the caller goes on to discardIfUnfinished(). Once a call was let through,
-  /// or after a discard, every further one is refused.
+  /// undoes nothing then: the caller goes on to discardIfUnfinished(). After a call that was not
+  /// refused for its mode, and after a discard, every further one is refused as already started.
   void start() EXCLUDES(stateLock);
 
   /// Ends capture, writes what is still stored and finalizes the file. Repeated calls give the same
@@ -76,9 +78,6 @@ class AudioTapSession final : public std::enable_shared_from_this<AudioTapSessio
   std::string readTapUID(platform::AudioObjectID tapID);
   void setTapList(platform::AudioObjectID deviceID, const std::vector<std::string>& tapUIDs);
   platform::AudioFormat readStreamFormat(platform::AudioObjectID deviceID);
-  platform::PropertyData readProperty(platform::AudioObjectID objectID, std::uint32_t selector,
-                                      std::uint32_t scope, platform::PropertyData initialValue,
-                                      const char* operation);
 
   // System buffers
   void takeSystemBuffers(platform::AudioBufferList input);
@@ -134,7 +133,7 @@ class AudioTapSession final : public std::enable_shared_from_this<AudioTapSessio
   std::optional<std::chrono::system_clock::time_point> startedAt GUARDED_BY(stateLock);
   std::optional<StopResult> finalizedResult GUARDED_BY(stateLock);
   bool isRunning GUARDED_BY(stateLock) = false;
-  /// Whether start() has had its one chance.
+  /// Whether start() has had its one chance, or lost it to a discard.
   bool isSpent GUARDED_BY(stateLock) = false;
   /// The first error of a queue's work; later ones are dropped. While it is set, buffers are
   /// dropped and ticks write nothing.

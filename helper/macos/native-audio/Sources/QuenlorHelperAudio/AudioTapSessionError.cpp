@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <string>
 #include <string_view>
 
 namespace quenlor {
@@ -20,6 +21,7 @@ constexpr std::array<std::string_view, 128> upperMacRoman = {
     "‡",      "·", "‚", "„", "‰", "Â", "Ê", "Á", "Ë", "È", "Í",      "Î", "Ï", "Ì", "Ó", "Ô",
     "\uF8FF", "Ò", "Ú", "Û", "Ù", "ı", "ˆ", "˜", "¯", "˘", "˙",      "˚", "¸", "˝", "˛", "ˇ"};
 
+/// All control and format characters that Mac OS Roman has.
 bool isControl(unsigned char byte) {
   return byte < 0x20 || byte == 0x7F;
 }

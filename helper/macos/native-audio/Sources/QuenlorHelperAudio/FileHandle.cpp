@@ -44,7 +44,8 @@ FileHandle::FileHandle(FileHandle&& other) noexcept
     : descriptor(std::exchange(other.descriptor, -1)) {}
 
 FileHandle& FileHandle::operator=(FileHandle&& other) noexcept {
-  std::swap(descriptor, other.descriptor);
+  FileHandle taken(std::move(other));
+  std::swap(descriptor, taken.descriptor);
   return *this;
 }
 

@@ -6,12 +6,12 @@
 
 namespace quenlor {
 
-/// Writes all of bytes to a descriptor: one write call unless it comes short, is interrupted,
-/// or has to wait for room.
-/// Throws std::system_error with errno.
+/// Writes all of bytes to a descriptor, in one write call where the system takes them in one. Waits
+/// for room as long as it takes. Throws std::system_error with the write's errno, and with EIO
+/// where a write takes nothing.
 void writeAll(int descriptor, std::span<const std::byte> bytes);
 
-/// An open file descriptor for writing, owned. Errors are std::system_errors with errno.
+/// A file descriptor for writing, owned, or none. Errors are std::system_errors with errno.
 class FileHandle {
  public:
   FileHandle() = default;
@@ -19,12 +19,15 @@ class FileHandle {
   explicit FileHandle(int openDescriptor) : descriptor(openDescriptor) {}
   ~FileHandle();
   FileHandle(FileHandle&& other) noexcept;
+  /// Closes what was open here, and looks at no error.
   FileHandle& operator=(FileHandle&& other) noexcept;
 
   bool isOpen() const { return descriptor >= 0; }
   int fileDescriptor() const { return descriptor; }
 
-  /// At the current position. On a closed handle this fails with EBADF.
+  // A closed handle fails these three with EBADF.
+
+  /// At the current position.
   void write(std::span<const std::byte> bytes);
   void write(std::string_view text);
   void seekToStart();

@@ -4,7 +4,6 @@
 #include "SidecarControlProtocol.h"
 #include "SidecarRuntimeError.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <unistd.h>
@@ -26,7 +25,7 @@ std::optional<std::string> FramedStdinReader::readFrame() {
       if (!isBlank(*line)) return line;
     if (!readMore()) break;
   }
-  const std::string last = std::exchange(buffer, {});
+  std::string last = std::exchange(buffer, {});
   searched = 0;
   if (isBlank(last)) return std::nullopt;
   return last;
@@ -34,11 +33,12 @@ std::optional<std::string> FramedStdinReader::readFrame() {
 
 std::optional<std::string> FramedStdinReader::takeLine() {
   const std::size_t end = buffer.find('\n', searched);
-  if (std::min(end, buffer.size()) > maximumFrameLength)
+  const bool hasEnded = end != std::string::npos;
+  if ((hasEnded ? end : buffer.size()) > maximumFrameLength)
     throw SidecarRuntimeError::stdinReadFailed("a line is longer than " +
                                                std::to_string(maximumFrameLength) + " bytes");
-  searched = end == std::string::npos ? buffer.size() : 0;
-  if (end == std::string::npos) return std::nullopt;
+  searched = hasEnded ? 0 : buffer.size();
+  if (!hasEnded) return std::nullopt;
   std::string line = buffer.substr(0, end);
   buffer.erase(0, end + 1);
   return line;

@@ -28,7 +28,7 @@ class FramedStdinReader {
   /// False at the end of input.
   bool readMore();
 
-  std::int32_t fileDescriptor;
+  const std::int32_t fileDescriptor;
   std::string buffer;
   /// Bytes of buffer known to hold no line feed.
   std::size_t searched = 0;

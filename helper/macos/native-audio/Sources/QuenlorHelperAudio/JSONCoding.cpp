@@ -1,6 +1,7 @@
 #include "JSONCoding.h"
 
 #include <cmath>
+#include <cstddef>
 #include <nlohmann/json.hpp>
 
 namespace quenlor {
@@ -50,13 +51,24 @@ nlohmann::json parse(std::string_view text) {
   }
 }
 
+/// Takes all members out, from the innermost on: the library's destructor takes memory where there
+/// are any, and ends the program without it. (What it had read of a text that turns out invalid, it
+/// releases in its own way.) checkDepth() has bounded the recursion.
+void removeMembers(nlohmann::json& value) {
+  if (!value.is_structured()) return;
+  for (nlohmann::json& member : value) removeMembers(member);
+  value.clear();
+}
+
 }  // namespace
 
 struct JSONObject::Document {
-  nlohmann::json json;
+  explicit Document(std::string_view text) : json(parse(text)) {}
+  ~Document() { removeMembers(json); }
+  Document(const Document&) = delete;
+  Document& operator=(const Document&) = delete;
 
-  // The library's destructor takes memory where there are members, and ends the program without it.
-  ~Document() { json.clear(); }
+  nlohmann::json json;
 
   const nlohmann::json& member(const std::string& key) const {
     const auto found = json.find(key);
@@ -70,8 +82,7 @@ struct JSONObject::Document {
   }
 };
 
-JSONObject::JSONObject(std::string_view text)
-    : document(std::make_unique<Document>(Document{parse(text)})) {
+JSONObject::JSONObject(std::string_view text) : document(std::make_unique<Document>(text)) {
   if (!document->json.is_object()) throw JSONDecodingError("The message is not a JSON object.");
 }
 
@@ -98,7 +109,7 @@ std::uint64_t JSONObject::unsignedInteger(const std::string& key) const {
 struct JSONEncoder::Document {
   nlohmann::ordered_json json = nlohmann::ordered_json::object();
 
-  ~Document() { json.clear(); }  // as above
+  ~Document() { json.clear(); }  // As above; no member has members of its own.
 };
 
 JSONEncoder::JSONEncoder() : document(std::make_unique<Document>()) {}

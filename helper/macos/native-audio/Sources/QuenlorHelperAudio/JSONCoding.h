@@ -23,7 +23,7 @@ class JSONEncodingError : public std::runtime_error {
 /// last counts.
 class JSONObject {
  public:
-  /// Throws JSONDecodingError unless text is an object in strict UTF-8, nested less than 128 deep,
+  /// Throws JSONDecodingError unless text is an object in strict UTF-8, nested at most 128 deep,
   /// whose numbers a double can hold.
   explicit JSONObject(std::string_view text);
   ~JSONObject();

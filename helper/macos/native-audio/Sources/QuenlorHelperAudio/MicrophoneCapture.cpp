@@ -2,6 +2,9 @@
 #include "AudioTapSessionError.h"
 #include "SidecarTrace.h"
 
+#include <cstdint>
+#include <exception>
+#include <memory>
 #include <utility>
 
 namespace quenlor {

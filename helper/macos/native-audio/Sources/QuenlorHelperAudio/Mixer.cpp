@@ -1,10 +1,12 @@
 #include "AudioTapSession.h"
 
 #include <algorithm>
-#include <cstddef>
+#include <chrono>
+#include <cstdint>
 #include <exception>
 #include <optional>
 #include <utility>
+#include <vector>
 
 namespace quenlor {
 
@@ -20,7 +22,7 @@ float limited(float sum) {
   return sum > 1.0F ? 1.0F : sum;
 }
 
-/// Adds the samples of other to those of mix, at unity gain.
+/// Adds the samples of other to those of mix, and limits the sums to ±1.
 void mixInto(std::vector<float>& mix, const std::vector<float>& other) {
   std::transform(mix.begin(), mix.end(), other.begin(), mix.begin(),
                  [](float a, float b) { return limited(a + b); });
@@ -41,7 +43,7 @@ void AudioTapSession::startMixerTimer() {
 /// Does not wait for a tick that is running: whoever needs that goes through mixQueue.
 void AudioTapSession::stopMixerTimer() {
   if (!mixTimer) return;
-  mixTimer->setEventHandler([] {});
+  mixTimer->setEventHandler(nullptr);
   mixTimer->cancel();
   mixTimer.reset();
 }
@@ -49,7 +51,7 @@ void AudioTapSession::stopMixerTimer() {
 void AudioTapSession::mixerTick() {
   mixQueue->assertCurrent();
   try {
-    drainAvailableFrames(framesPerTick, false);
+    drainAvailableFrames(framesPerTick, /*ignoreFailureGate=*/false);
   } catch (...) {
     recordAsyncFailure(std::current_exception());
   }

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 namespace quenlor {
 
@@ -9,27 +10,16 @@ std::string posixErrorName(int code) {
 #if defined(__GLIBC__)
   if (const char* name = strerrorname_np(code); name != nullptr && code != 0) return name;
 #else
-  // Those that reading gives; only glibc knows all.
-  switch (code) {
-    case EAGAIN:
-      return "EAGAIN";
-    case EBADF:
-      return "EBADF";
-    case EFAULT:
-      return "EFAULT";
-    case EINVAL:
-      return "EINVAL";
-    case EIO:
-      return "EIO";
-    case EISDIR:
-      return "EISDIR";
-    case ENOMEM:
-      return "ENOMEM";
-    case ENXIO:
-      return "ENXIO";
-    default:
-      break;
-  }
+  // Only glibc can name any error; these are the ones that reading from a file, a terminal, a pipe
+  // or a socket gives.
+  constexpr std::pair<int, const char*> readErrors[] = {
+      {EAGAIN, "EAGAIN"},   {EBADF, "EBADF"},        {ECONNRESET, "ECONNRESET"},
+      {EDEADLK, "EDEADLK"}, {EFAULT, "EFAULT"},      {EINVAL, "EINVAL"},
+      {EIO, "EIO"},         {EISDIR, "EISDIR"},      {ENOBUFS, "ENOBUFS"},
+      {ENOMEM, "ENOMEM"},   {ENOTCONN, "ENOTCONN"},  {ENXIO, "ENXIO"},
+      {ESTALE, "ESTALE"},   {ETIMEDOUT, "ETIMEDOUT"}};
+  for (const auto& [number, name] : readErrors)
+    if (number == code) return name;
 #endif
   return "errno " + std::to_string(code);
 }

@@ -23,7 +23,7 @@ struct StereoSamples {
 class SampleBacklog {
  public:
   /// Stores the buffer's frames: channels 0 and 1, or channel 0 twice where there is one only. A
-  /// buffer without float samples is skipped.
+  /// buffer of anything but non-interleaved floats is skipped.
   void append(const platform::PCMBuffer& buffer);
 
   /// Takes exactly frameCount frames out, filled up with silence at the end; none where frameCount

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 
 namespace quenlor {
 
@@ -21,8 +22,8 @@ constexpr std::array<std::string_view, 25> whitespaceAndNewlines = {
     "\xE2\x80\x89", "\xE2\x80\x8A", "\xE2\x80\xA8", "\xE2\x80\xA9", "\xE2\x80\xAF", "\xE2\x81\x9F",
     "\xE3\x80\x80"};
 
-/// Without Unicode white space at either end. Text that is not UTF-8 comes out as something that is
-/// not a word of ASCII letters, which is all that the caller asks.
+/// Without Unicode white space at either end. Whole characters are taken off, so text that is not
+/// UTF-8 still is not afterwards, and never a word of ASCII letters.
 std::string_view trimmedOfUnicodeWhitespace(std::string_view text) {
   const auto spaceWhere = [](auto isThere) -> std::size_t {
     const auto found = std::ranges::find_if(whitespaceAndNewlines, isThere);

@@ -8,48 +8,65 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
+#include <filesystem>
 #include <poll.h>
-#include <string_view>
+#include <string>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace quenlor {
-
-std::filesystem::path sidecarLogURL;
 
 namespace {
 
 constexpr const char* tag = "[QuenlorHelperAudio] ";
 
-/// Keeps lines whole and in one order in both places: a host may trace from a thread of its own.
+/// The trace file. Set before any thread exists; while it is empty there is none.
+std::filesystem::path sidecarLogURL;
+
+/// Keeps lines in one order in both places: a host may trace from a thread of its own.
 platform::Mutex traceMutex;
 
+/// Whether the last line on standard error broke off for want of room.
+bool lineIsCut GUARDED_BY(traceMutex) = false;
+
 /// One write where the text surely fits. A longer one goes in pieces that a pipe with room takes at
-/// once, so that a reader who does not read never stops the run: what finds no room within patience
-/// is dropped.
-void writeToStandardError(std::string_view text, std::chrono::milliseconds patience) {
+/// once, so that a reader who does not read never stops the run. Gives how many bytes found room
+/// within patience.
+std::size_t writeWhatFits(std::string_view text, std::chrono::milliseconds patience) {
   const auto deadline = std::chrono::steady_clock::now() + patience;
-  while (!text.empty()) {
+  std::size_t written = 0;
+  while (written < text.size()) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
         deadline - std::chrono::steady_clock::now());
     pollfd writable{.fd = STDERR_FILENO, .events = POLLOUT, .revents = 0};
     const int wait = static_cast<int>(std::max(left, std::chrono::milliseconds(0)).count());
-    if (::poll(&writable, 1, wait) != 1) return;
-    const ssize_t count =
-        ::write(STDERR_FILENO, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF));
-    if (count <= 0) return;
-    text.remove_prefix(static_cast<std::size_t>(count));
+    if (::poll(&writable, 1, wait) != 1) break;
+    const std::string_view piece = text.substr(written, PIPE_BUF);
+    const ssize_t count = ::write(STDERR_FILENO, piece.data(), piece.size());
+    if (count <= 0) break;
+    written += static_cast<std::size_t>(count);
   }
+  return written;
+}
+
+/// line comes with its line feed. It must not become the rest of a line that was cut.
+void writeToStandardError(std::string_view line, std::chrono::milliseconds patience)
+    REQUIRES(traceMutex) {
+  if (lineIsCut && writeWhatFits("\n", patience) == 0) return;
+  const std::size_t written = writeWhatFits(line, patience);
+  lineIsCut = written > 0 && written < line.size();
 }
 
 /// Opens the trace file for appending if it is safe to write to: in a folder that others may write
 /// to, whoever plants a link or a pipe under its name must not choose what this process writes
-/// into. False where nothing is there.
+/// into. True where something has its name, though file stays closed unless that is safe; false
+/// where nothing has it, and the file may be made.
 bool openExisting(FileHandle& file) {
   const int flags = O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
   const int descriptor = ::open(sidecarLogURL.c_str(), flags);
@@ -71,60 +88,68 @@ void createWith(const std::string& text) {
     file.write(text);
     file.close();
     if (::rename(auxiliary.c_str(), sidecarLogURL.c_str()) == 0) return;
-  } catch (const std::system_error&) {
+  } catch (...) {
     // The line is lost; the auxiliary file must not stay behind.
   }
   ::unlink(auxiliary.c_str());
 }
 
-void appendLocked(const std::string& text) REQUIRES(traceMutex) {
+/// Adds a line, which comes without its line feed, to the trace file.
+void appendSidecarLogLine(const std::string& line) noexcept REQUIRES(traceMutex) {
   if (sidecarLogURL.empty()) return;
-  FileHandle file;
-  if (!openExisting(file)) return createWith(text);
-  if (!file.isOpen()) return;
   try {
+    const std::string text = line + '\n';
+    FileHandle file;
+    if (!openExisting(file)) return createWith(text);
+    if (!file.isOpen()) return;
     file.write(text);
     file.close();
-  } catch (const std::system_error&) {
+  } catch (...) {
     // Nobody to tell: this is where troubles are told.
   }
 }
 
 /// The current time in UTC as 2026-03-05T14:07:09Z (ISO 8601), a blank, and the message.
-std::string timestamped(const std::string& message) {
+std::string timestamped(std::string_view message) {
   const std::time_t now = std::time(nullptr);
   std::tm utc{};
   ::gmtime_r(&now, &utc);
   std::array<char, 32> text{};
   std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &utc);
-  return std::string(text.data()) + ' ' + message;
-}
-
-/// Adds a line to the trace file only. line comes without its line feed.
-void appendSidecarLogLine(const std::string& line) {
-  const platform::MutexLock lock(traceMutex);
-  appendLocked(line + '\n');
+  return std::string(text.data()).append(" ").append(message);
 }
 
 }  // namespace
 
-std::filesystem::path defaultSidecarLogURL() {
-  std::error_code failure;
-  const std::filesystem::path folder = std::filesystem::temp_directory_path(failure);
-  return failure ? std::filesystem::path() : folder / "quenlor-helper-audio.log";
+void locateSidecarLog(const std::filesystem::path& temporaryFolder) {
+  if (!temporaryFolder.empty()) sidecarLogURL = temporaryFolder / "quenlor-helper-audio.log";
 }
 
-void logSidecarTrace(const std::string& message) {
+void logSidecarTrace(std::string_view message) noexcept {
   const platform::MutexLock lock(traceMutex);
-  const std::string line = tag + timestamped(message) + '\n';
-  writeToStandardError(line, std::chrono::milliseconds(0));
-  appendLocked(line);
+  try {
+    const std::string line = tag + timestamped(message);
+    writeToStandardError(line + '\n', std::chrono::milliseconds(0));
+    appendSidecarLogLine(line);
+  } catch (...) {
+    // Only memory can fail here, and a line is no reason to end a recording.
+  }
 }
 
-void reportSidecarError(const std::string& message) {
+void reportSidecarError(std::string_view message) noexcept {
   // The last line is the one the parent needs: a reader that is merely slow gets a second.
-  writeToStandardError(message + '\n', std::chrono::seconds(1));
-  appendSidecarLogLine(tag + timestamped("Error: " + message));
+  constexpr std::chrono::seconds patience(1);
+  const platform::MutexLock lock(traceMutex);
+  try {
+    writeToStandardError(std::string(message) + '\n', patience);
+  } catch (...) {
+    writeToStandardError("Memory has run out.\n", patience);
+  }
+  try {
+    appendSidecarLogLine(tag + timestamped("Error: " + std::string(message)));
+  } catch (...) {
+    // As above; the line that counts is out.
+  }
 }
 
 }  // namespace quenlor

@@ -1,27 +1,25 @@
 #pragma once
 
 #include <filesystem>
-#include <string>
+#include <string_view>
 
 namespace quenlor {
 
 // The trace: one line per event of a run, on standard error and in a file that outlives the run.
-// Nothing here reports a failure, and nothing stops or slows the recording: a line that standard
-// error has no room for is dropped there.
+// Nothing here reports a failure, and nothing stops or slows the recording: what standard error has
+// no room for is dropped there, even in the middle of a line, and so is what the file does not
+// take.
 
-/// The trace file, "quenlor-helper-audio.log" in the user's temporary folder. Set once, before the
-/// first line and any thread; while it is empty there is no trace file.
-extern std::filesystem::path sidecarLogURL;
-
-/// Where sidecarLogURL belongs; empty where the system names no temporary folder.
-std::filesystem::path defaultSidecarLogURL();
+/// Says where the trace file belongs: in that folder, as "quenlor-helper-audio.log". Called once,
+/// before the first line and any thread. Without it, or an empty path, there is no trace file.
+void locateSidecarLog(const std::filesystem::path& temporaryFolder);
 
 /// Writes the message, tagged and timestamped, to standard error and the trace file. May be called
-/// from any thread; lines stay whole.
-void logSidecarTrace(const std::string& message);
+/// from any thread.
+void logSidecarTrace(std::string_view message) noexcept;
 
-/// Writes the message for an error: untagged to standard error, and to the trace file as "Error: "
-/// and the message.
-void reportSidecarError(const std::string& message);
+/// Writes the message for the error that ends the run: untagged to standard error, where it starts
+/// a line and nothing follows it, and to the trace file as "Error: " and the message.
+void reportSidecarError(std::string_view message) noexcept;
 
 }  // namespace quenlor

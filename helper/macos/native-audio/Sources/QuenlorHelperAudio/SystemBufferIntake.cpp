@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <span>
+#include <cstdint>
+#include <exception>
+#include <memory>
 #include <utility>
 
 namespace quenlor {
@@ -12,7 +14,7 @@ namespace {
 
 /// Copies lent samples into a buffer of ours, whose byte sizes say its room. Where a buffer comes
 /// short, silence fills the room.
-void copyBuffers(platform::AudioBufferList input, std::span<platform::AudioBuffer> owned) {
+void copyBuffers(platform::AudioBufferList input, platform::AudioBufferList owned) {
   if (input.size() != owned.size())
     throw AudioTapSessionError::invalidAudioFormat(
         "Unexpected AudioBufferList layout from the system tap.");
@@ -27,7 +29,6 @@ void copyBuffers(platform::AudioBufferList input, std::span<platform::AudioBuffe
         std::copy_n(static_cast<const std::byte*>(input[i].mData), input[i].mDataByteSize,
                     static_cast<std::byte*>(owned[i].mData));
     std::fill_n(rest, owned[i].mDataByteSize - input[i].mDataByteSize, std::byte{0});
-    owned[i].mDataByteSize = input[i].mDataByteSize;
   }
 }
 
@@ -43,7 +44,7 @@ void AudioTapSession::takeSystemBuffers(platform::AudioBufferList input) {
   }
 }
 
-/// The lent samples, ours and in the target format.
+/// Copies the lent samples and gives the copy in the target format.
 std::shared_ptr<platform::PCMBuffer> AudioTapSession::makeOwnedSystemBuffer(
     platform::AudioBufferList input, const platform::AudioFormat& sourceFormat) {
   const std::uint32_t frames = frameCount(input, sourceFormat);
@@ -53,7 +54,7 @@ std::shared_ptr<platform::PCMBuffer> AudioTapSession::makeOwnedSystemBuffer(
   if (!owned)
     throw AudioTapSessionError::invalidAudioFormat(
         "Unable to allocate an owned system PCM buffer.");
-  copyBuffers(input, owned->mutableAudioBufferList());
+  copyBuffers(input, owned->audioBufferList());
   owned->setFrameLength(frames);
   return convert(owned, systemConverter);
 }

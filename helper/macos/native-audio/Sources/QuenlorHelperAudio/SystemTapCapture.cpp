@@ -3,7 +3,12 @@
 #include "SidecarTrace.h"
 #include "UUID.h"
 
+#include <cstdint>
+#include <optional>
+#include <string>
 #include <utility>
+#include <variant>
+#include <vector>
 
 namespace quenlor {
 
@@ -19,6 +24,14 @@ void throwUnlessSuccessful(OSStatus status, const char* operation) {
 
 platform::AudioObjectPropertyAddress mainAddress(std::uint32_t selector, std::uint32_t scope) {
   return {selector, scope, platform::kAudioObjectPropertyElementMain};
+}
+
+template <typename Value>
+Value readProperty(platform::AudioHardware& hardware, AudioObjectID objectID,
+                   const platform::AudioObjectPropertyAddress& address, const char* operation) {
+  platform::PropertyData data = Value();
+  throwUnlessSuccessful(hardware.getPropertyData(objectID, address, data), operation);
+  return std::get<Value>(std::move(data));
 }
 
 }  // namespace
@@ -83,22 +96,23 @@ void AudioTapSession::startSystemIO() {
 }
 
 AudioObjectID AudioTapSession::defaultOutputDeviceID() {
-  return std::get<std::uint32_t>(readProperty(platform::kAudioObjectSystemObject,
-                                              platform::kAudioHardwarePropertyDefaultOutputDevice,
-                                              platform::kAudioObjectPropertyScopeGlobal,
-                                              std::uint32_t{0}, "query the default output device"));
+  const auto address = mainAddress(platform::kAudioHardwarePropertyDefaultOutputDevice,
+                                   platform::kAudioObjectPropertyScopeGlobal);
+  return readProperty<AudioObjectID>(platform.hardware(), platform::kAudioObjectSystemObject,
+                                     address, "query the default output device");
 }
 
 std::string AudioTapSession::readDeviceUID(AudioObjectID deviceID) {
-  return std::get<std::string>(readProperty(deviceID, platform::kAudioDevicePropertyDeviceUID,
-                                            platform::kAudioObjectPropertyScopeGlobal,
-                                            std::string(), "query the output device UID"));
+  const auto address = mainAddress(platform::kAudioDevicePropertyDeviceUID,
+                                   platform::kAudioObjectPropertyScopeGlobal);
+  return readProperty<std::string>(platform.hardware(), deviceID, address,
+                                   "query the output device UID");
 }
 
 std::string AudioTapSession::readTapUID(AudioObjectID tapID) {
-  return std::get<std::string>(readProperty(tapID, platform::kAudioTapPropertyUID,
-                                            platform::kAudioObjectPropertyScopeGlobal,
-                                            std::string(), "query the tap UID"));
+  const auto address =
+      mainAddress(platform::kAudioTapPropertyUID, platform::kAudioObjectPropertyScopeGlobal);
+  return readProperty<std::string>(platform.hardware(), tapID, address, "query the tap UID");
 }
 
 void AudioTapSession::setTapList(AudioObjectID deviceID, const std::vector<std::string>& tapUIDs) {
@@ -109,25 +123,15 @@ void AudioTapSession::setTapList(AudioObjectID deviceID, const std::vector<std::
 }
 
 platform::AudioFormat AudioTapSession::readStreamFormat(AudioObjectID deviceID) {
-  const auto description = std::get<platform::AudioStreamBasicDescription>(
-      readProperty(deviceID, platform::kAudioDevicePropertyStreamFormat,
-                   platform::kAudioObjectPropertyScopeInput,
-                   platform::AudioStreamBasicDescription{}, "query the aggregate stream format"));
+  const auto address = mainAddress(platform::kAudioDevicePropertyStreamFormat,
+                                   platform::kAudioObjectPropertyScopeInput);
+  const auto description = readProperty<platform::AudioStreamBasicDescription>(
+      platform.hardware(), deviceID, address, "query the aggregate stream format");
   const std::optional<platform::AudioFormat> format = platform.makeFormat(description);
   if (!format)
     throw AudioTapSessionError::invalidAudioFormat(
         "Unable to create AVAudioFormat from the aggregate device ASBD.");
   return *format;
-}
-
-platform::PropertyData AudioTapSession::readProperty(AudioObjectID objectID, std::uint32_t selector,
-                                                     std::uint32_t scope,
-                                                     platform::PropertyData initialValue,
-                                                     const char* operation) {
-  platform::PropertyData data = std::move(initialValue);
-  throwUnlessSuccessful(
-      platform.hardware().getPropertyData(objectID, mainAddress(selector, scope), data), operation);
-  return data;
 }
 
 }  // namespace quenlor

@@ -1,6 +1,5 @@
 #include "UUID.h"
 
-#include <cstdint>
 #include <random>
 
 namespace quenlor {

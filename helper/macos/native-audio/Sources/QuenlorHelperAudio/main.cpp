@@ -2,18 +2,18 @@
 #include "BridgePayloads.h"
 #include "FileHandle.h"
 #include "FramedStdinReader.h"
+#include "LocalizedError.h"
 #include "SidecarControlProtocol.h"
 #include "SidecarRuntimeError.h"
 #include "SidecarTrace.h"
 #include "platform/AudioPlatform.h"
+#include "platform/TemporaryFolder.h"
 
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <exception>
 #include <fcntl.h>
 #include <memory>
-#include <new>
 #include <optional>
 #include <pthread.h>
 #include <span>
@@ -80,8 +80,7 @@ void QuenlorHelperAudioMain::record(AudioTapSession& session, FramedStdinReader&
   writeFrame(session.stop().encode());
 }
 
-/// The line feed is a write of its own: parents read up to it and do not rely on one read giving
-/// one reply.
+/// In two writes, which parents are promised: the reply, then its line feed.
 void QuenlorHelperAudioMain::writeFrame(std::string_view json) {
   try {
     writeAll(STDOUT_FILENO, std::as_bytes(std::span(json)));
@@ -92,13 +91,10 @@ void QuenlorHelperAudioMain::writeFrame(std::string_view json) {
 }
 
 void QuenlorHelperAudioMain::writeError(const std::exception& error) {
-  try {
-    const auto* described = dynamic_cast<const LocalizedError*>(&error);
-    reportSidecarError(described != nullptr ? described->errorDescription() : error.what());
-  } catch (const std::bad_alloc&) {
-    constexpr std::string_view text = "Memory has run out.\n";
-    [[maybe_unused]] const auto written = ::write(STDERR_FILENO, text.data(), text.size());
-  }
+  // what() ends at a NUL, which a mode that the parent sent may hold.
+  const auto* described = dynamic_cast<const LocalizedError*>(&error);
+  reportSidecarError(described != nullptr ? std::string_view(described->errorDescription())
+                                          : error.what());
 }
 
 /// A parent may start this program with descriptors 0, 1 or 2 closed. They are filled, so that no
@@ -131,15 +127,14 @@ int main() {
   quenlor::fillStandardDescriptors();
   quenlor::blockWriteSignals();
   try {
-    quenlor::sidecarLogURL = quenlor::defaultSidecarLogURL();
+    quenlor::locateSidecarLog(quenlor::platform::temporaryFolder());
     quenlor::QuenlorHelperAudioMain::run();
     return 0;
   } catch (const std::exception& error) {
     quenlor::QuenlorHelperAudioMain::writeError(error);
-    std::exit(1);
   } catch (...) {
     // A host's system may have exceptions of another language.
     quenlor::reportSidecarError("The system raised an exception.");
-    std::exit(1);
   }
+  return 1;
 }
