@@ -1,7 +1,6 @@
 #include "FramedStdinReader.h"
 #include "SidecarRuntimeError.h"
-#include "fuzz/FuzzedInput.h"
-#include "fuzz/Property.h"
+#include "fuzz/FuzzTarget.h"
 
 #include <array>
 #include <cstdio>
@@ -27,10 +26,6 @@ struct Outcome {
   bool operator==(const Outcome&) const = default;
 };
 
-bool isBlank(std::string_view line) {
-  return line.find_first_not_of("\t\n\r ") == std::string_view::npos;
-}
-
 /// What the reader has to give, from the whole text at once.
 Outcome expectedOf(std::string_view text) {
   Outcome outcome;
@@ -39,7 +34,8 @@ Outcome expectedOf(std::string_view text) {
     const std::string_view line = text.substr(0, end);
     outcome.refused = line.size() > longest;
     if (outcome.refused) break;
-    if (!isBlank(line)) outcome.frames.emplace_back(line);
+    const bool isBlank = line.find_first_not_of("\t\n\r ") == std::string_view::npos;
+    if (!isBlank) outcome.frames.emplace_back(line);
     text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
   }
   return outcome;

@@ -1,8 +1,7 @@
 #include "JSONCoding.h"
 #include "SidecarControlProtocol.h"
 #include "SidecarRuntimeError.h"
-#include "fuzz/FuzzedInput.h"
-#include "fuzz/Property.h"
+#include "fuzz/FuzzTarget.h"
 
 #include <algorithm>
 #include <string>

@@ -1,21 +1,15 @@
 #include "AudioTapSession.h"
 #include "AudioTapSessionError.h"
-#include "fuzz/FuzzedInput.h"
-#include "fuzz/Property.h"
+#include "fuzz/FuzzTarget.h"
 #include "platform/virtual/ManualClock.h"
 #include "platform/virtual/VirtualPlatform.h"
 #include "tests/support/TemporaryFolder.h"
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <memory>
-#include <optional>
-#include <string>
-#include <utility>
 #include <vector>
 
 // Input: the stream description that the device reports, then deliveries until the input runs out.
@@ -60,6 +54,12 @@ AudioStreamBasicDescription description(FuzzedInput& input) {
   return any;
 }
 
+const std::filesystem::path& outputPath() {
+  static const test::TemporaryFolder folder;
+  static const std::filesystem::path file = folder / "recording.wav";
+  return file;
+}
+
 struct Delivery {
   /// Each as large as its buffer says, so that a sanitizer sees a read beyond its end.
   std::vector<std::vector<std::byte>> memory;
@@ -85,100 +85,44 @@ Delivery nextDelivery(FuzzedInput& input) {
   return delivery;
 }
 
-/// Whether the buffers can be samples of this format: one a run of samples, none without data, the
-/// first with a frame at least, and none with more than the first one's whole frames.
-bool isWellFormed(const Delivery& delivery, const AudioStreamBasicDescription& reported) {
-  const bool interleaved =
-      (reported.mFormatFlags & platform::kAudioFormatFlagIsNonInterleaved) == 0;
-  const std::size_t runs = interleaved ? 1 : reported.mChannelsPerFrame;
-  if (delivery.buffers.empty() || delivery.buffers.size() != runs) return false;
-  const std::uint32_t frameSize = reported.mBytesPerFrame;
-  if (frameSize == 0) return false;
-  const std::uint32_t frames = delivery.buffers.front().mDataByteSize / frameSize;
-  return frames > 0 && std::ranges::all_of(delivery.buffers, [&](const AudioBuffer& buffer) {
-           return buffer.mData != nullptr && buffer.mDataByteSize <= frames * frameSize;
-         });
+/// Whether the recording succeeded: it may only fail because of the format of its samples.
+bool record(AudioTapSession& session, VirtualPlatform& host, ManualClock& clock,
+            FuzzedInput& input) {
+  try {
+    session.start();
+    for (int i = 0; i < 20 && !input.isEmpty(); ++i) {
+      const Delivery delivery = nextDelivery(input);
+      host.deliverSystem(delivery.buffers);
+      if (delivery.tickFollows) clock.advance(AudioTapSession::mixInterval);
+    }
+    const std::uint64_t size = session.stop().sizeBytes;
+    require(size == std::filesystem::file_size(outputPath()), "the size is the file's");
+    require((size - WaveWriter::headerSize) % WaveWriter::bytesPerFrame == 0, "frames are whole");
+    return true;
+  } catch (const AudioTapSessionError& error) {
+    require(error.errorCase() == AudioTapSessionError::Case::invalidAudioFormat,
+            "the format is what is wrong");
+    return false;
+  }
 }
-
-/// One recording with the device and the deliveries of an input.
-class Recording {
- public:
-  explicit Recording(const AudioStreamBasicDescription& streamDescription)
-      : reported(streamDescription),
-        host(clock, VirtualSettings{.output = quietDevice,
-                                    .microphone = quietDevice,
-                                    .reportedStreamFormat = streamDescription}),
-        session(std::make_shared<AudioTapSession>(StartRequest{"mixed", path.string(), "Fuzz"},
-                                                  host)) {}
-
-  void run(FuzzedInput& input) {
-    if (start()) {
-      for (int i = 0; i < 20 && !input.isEmpty(); ++i) take(nextDelivery(input));
-      stop();
-    }
-    session->discardIfUnfinished();
-    require(std::filesystem::exists(path) == result.has_value(), "a file stays after success only");
-    const auto ledger = host.ledger();
-    session.reset();
-    clock->runPending();
-    require(ledger->aliveInAll() == 0, "nothing stays alive");
-    require(ledger->misuses().empty(), "the host was used as it allows");
-  }
-
- private:
-  /// False where the description cannot be used.
-  bool start() {
-    try {
-      session->start();
-      return true;
-    } catch (const AudioTapSessionError& error) {
-      require(error.errorCase() == AudioTapSessionError::Case::invalidAudioFormat,
-              "the format is what is wrong");
-      return false;
-    }
-  }
-
-  void take(const Delivery& delivery) {
-    host.deliverSystem(delivery.buffers);
-    allWellFormed = allWellFormed && isWellFormed(delivery, reported);
-    if (delivery.tickFollows) clock->advance(AudioTapSession::mixInterval);
-  }
-
-  void stop() {
-    try {
-      result = session->stop();
-    } catch (const AudioTapSessionError& error) {
-      require(error.errorCase() == AudioTapSessionError::Case::invalidAudioFormat,
-              "an error of the samples");
-      require(!std::filesystem::exists(path), "a failed recording leaves no file");
-      return;
-    }
-    require(allWellFormed, "samples that cannot be of the format are refused");
-    require(result->sizeBytes == std::filesystem::file_size(path), "the size is the file's");
-    require((result->sizeBytes - WaveWriter::headerSize) % WaveWriter::bytesPerFrame == 0,
-            "frames are whole");
-  }
-
-  static const std::filesystem::path& outputPath() {
-    static const test::TemporaryFolder folder;
-    static const std::filesystem::path file = folder / "recording.wav";
-    return file;
-  }
-
-  const std::filesystem::path& path = outputPath();
-  const AudioStreamBasicDescription reported;
-  const std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
-  VirtualPlatform host;
-  std::shared_ptr<AudioTapSession> session;
-  bool allWellFormed = true;
-  std::optional<StopResult> result;
-};
 
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   FuzzedInput input(data, size);
-  Recording(description(input)).run(input);
+  const auto clock = std::make_shared<ManualClock>();
+  VirtualPlatform host(clock, VirtualSettings{.output = quietDevice,
+                                              .microphone = quietDevice,
+                                              .reportedStreamFormat = description(input)});
+  auto session =
+      std::make_shared<AudioTapSession>(StartRequest{"mixed", outputPath().string(), "Fuzz"}, host);
+  const bool succeeded = record(*session, host, *clock, input);
+  session->discardIfUnfinished();
+  session.reset();
+  clock->runPending();
+  require(std::filesystem::exists(outputPath()) == succeeded, "a file stays after success only");
+  require(host.ledger()->aliveInAll() == 0, "nothing stays alive");
+  require(host.ledger()->misuses().empty(), "the host was used as it allows");
   return 0;
 }
 

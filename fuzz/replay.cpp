@@ -1,4 +1,4 @@
-#include "fuzz/Property.h"
+#include "fuzz/FuzzTarget.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -21,20 +21,12 @@ void run(const std::filesystem::path& path) {
 
 }  // namespace
 
-/// Runs a target over the files and folders of files that the arguments name.
-int main(int count, char** arguments) {
+/// Runs a target over the files of the folder that the argument names.
+int main(int /*count*/, char** arguments) {
   int files = 0;
-  for (int i = 1; i < count; ++i) {
-    const std::filesystem::path path = arguments[i];
-    if (!std::filesystem::is_directory(path)) {
-      run(path);
-      ++files;
-      continue;
-    }
-    for (const auto& entry : std::filesystem::directory_iterator(path)) {
-      run(entry.path());
-      ++files;
-    }
+  for (const auto& entry : std::filesystem::directory_iterator(arguments[1])) {
+    run(entry.path());
+    ++files;
   }
   std::printf("%d inputs\n", files);
   return files > 0 ? 0 : 1;

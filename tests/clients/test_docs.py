@@ -93,8 +93,8 @@ def pieces(text):
 def texts_in_sources():
     """The pieces of what the program says: of its errors, and of everything."""
     errors, all_texts = set(), set()
-    for folder in "helper", "platform/common", "platform/pulse":
-        for path in sorted((ROOT / folder).rglob("*.[ch]*")):
+    for folder in "helper", "platform/common", "platform/pulse", "platform/coreaudio":
+        for path in sorted((ROOT / folder).rglob("*.[chm]*")):
             source = re.sub(r"//.*|^#.*|'\"'", "", path.read_text(), flags=re.MULTILINE)
             for statement in source.split(";\n"):
                 texts = [re.sub(r'"\s*"', "", text) for text in

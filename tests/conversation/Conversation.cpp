@@ -4,12 +4,13 @@
 
 #include <regex>
 #include <sstream>
+#include <thread>
 
 namespace quenlor::test {
 
 Conversation::Conversation() {
   std::filesystem::create_directory(traceFile.parent_path());
-  options.environment["TMPDIR"] = traceFile.parent_path().string();
+  setUp = "cd '" + folder.path().string() + "'\nexport TMPDIR=\"$PWD/tmp\"\n";
 }
 
 std::string Conversation::startLine(std::string_view path) {
@@ -17,7 +18,7 @@ std::string Conversation::startLine(std::string_view path) {
 }
 
 ChildProcess Conversation::launch() const {
-  return ChildProcess(QUENLOR_SIDECAR_PATH, options);
+  return ChildProcess({QUENLOR_SIDECAR_PATH}, setUp);
 }
 
 void Conversation::awaitReady(ChildProcess& child) const {
@@ -32,9 +33,10 @@ Outcome Conversation::converse(std::string_view input) const {
   return finish(child);
 }
 
-Outcome Conversation::recordUntil(std::string_view stop) const {
+Outcome Conversation::recordUntil(std::string_view stop, std::chrono::milliseconds length) const {
   ChildProcess child = launch();
   awaitReady(child);
+  std::this_thread::sleep_for(length);
   child.write(stop);
   return finish(child);
 }
@@ -54,6 +56,12 @@ std::vector<std::string> linesOf(const std::string& text) {
   std::vector<std::string> lines;
   for (std::string line; std::getline(stream, line);) lines.push_back(line);
   return lines;
+}
+
+std::size_t countLines(const std::string& text, std::string_view part) {
+  std::size_t count = 0;
+  for (const std::string& line : linesOf(text)) count += line.find(part) != std::string::npos;
+  return count;
 }
 
 std::string expectFailure(const Outcome& run, std::string_view expectedOutput) {

@@ -3,6 +3,7 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TemporaryFolder.h"
 
+#include <chrono>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <set>
@@ -28,8 +29,9 @@ class Conversation : public testing::Test {
   void awaitReady(ChildProcess& child) const;
   /// A whole run: writes `input` at once, then closes the program's input.
   [[nodiscard]] Outcome converse(std::string_view input) const;
-  /// A whole run: `stop` is written after the ready line, and the input stays open.
-  [[nodiscard]] Outcome recordUntil(std::string_view stop) const;
+  /// A whole run: `stop` is written this long after the ready line, and the input stays open.
+  [[nodiscard]] Outcome recordUntil(std::string_view stop,
+                                    std::chrono::milliseconds length = {}) const;
 
   /// All that lies below the test's folder, apart from the trace file and its folder.
   [[nodiscard]] std::set<std::string> filesLeft() const;
@@ -37,7 +39,9 @@ class Conversation : public testing::Test {
   TemporaryFolder folder;
   std::filesystem::path output = folder / "recording.wav";
   std::filesystem::path traceFile = folder / "tmp/quenlor-helper-audio.log";
-  ChildOptions options;
+  /// What a shell does before it becomes the program. The program starts in the test's folder, and
+  /// has one for its trace.
+  std::string setUp;
 };
 
 inline constexpr std::string_view readyLine = "{\"status\":\"ready\"}\n";
@@ -48,6 +52,8 @@ inline const std::vector<std::string> malformedUTF8 = {
     "\x80", "\xC3\x28", "\xE2\x82", "\xC0\x80", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xFF"};
 
 [[nodiscard]] std::vector<std::string> linesOf(const std::string& text);
+/// How many of the lines contain `part`.
+[[nodiscard]] std::size_t countLines(const std::string& text, std::string_view part);
 
 /// The run ended with status 1, wrote `expectedOutput` and no more, and ended standard error with
 /// one line of an error, which is returned. Every line before it is a trace line.

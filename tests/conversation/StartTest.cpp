@@ -21,7 +21,7 @@ TEST_F(Start, RefusesAnythingButARequest) {
   const std::string line = startLine();
   const std::string path = "\"outputPath\":\"" + output.string() + "\"";
   const std::string title = "\"title\":\"Weekly\"";
-  const std::string nested = std::string(100000, '[') + std::string(100000, ']');
+  const std::string tooDeep = std::string(128, '[') + std::string(128, ']');
   std::string objects;
   for (int depth = 0; depth < 100000; ++depth) objects += "{\"a\":";
   const std::vector<std::pair<const char*, std::string>> cases = {
@@ -39,7 +39,7 @@ TEST_F(Start, RefusesAnythingButARequest) {
       {"no mode", withMember(line, "\"mode\":\"mixed\",", "")},
       {"half of a surrogate pair", withMember(line, "Weekly", R"(\uD800)")},
       {"a control character in a string", withMember(line, "Weekly", "\x01")},
-      {"deep nesting", withMember(line, title, title + ",\"more\":" + nested)},
+      {"one level too many", withMember(line, title, title + ",\"more\":" + tooDeep)},
       {"nested objects that never close", objects + "\n"},
   };
   for (const auto& [name, input] : cases) {
@@ -78,8 +78,10 @@ TEST_F(Start, NeedsALine) {
 TEST_F(Start, AcceptsAnyOrderMoreMembersAndBlanksAround) {
   const std::string path = "\"outputPath\":\"" + output.string() + "\"";
   const std::string line = startLine().substr(0, startLine().size() - 1);
+  const std::string deepest = std::string(127, '[') + std::string(127, ']');
   for (const std::string& input : {
            "{\"title\":\"\"," + path + ",\"mode\":\"mixed\"}\nstop\n",
+           "{ \"more\":" + deepest + ", \"title\":\"T\", " + path + ",\"mode\":\"mixed\"}\nstop\n",
            "{ \"more\":{\"title\":[1.5,null]}, \"title\":\"T\", " + path +
                ",\"mode\":\"mixed\" }\nstop\n",
            "{\"\\u006dode\":\"mi\\u0078ed\",\"title\":\"\\ud834\\udd1e\"," + path + "}\nstop\n",

@@ -6,7 +6,8 @@
 
 #include <csignal>
 #include <string>
-#include <sys/stat.h>
+#include <thread>
+#include <tuple>
 
 namespace quenlor::test {
 
@@ -20,12 +21,13 @@ using Surroundings = Conversation;
 // Any of the three may be missing. Whatever is opened instead of them gets nothing of ours: the
 // trace file holds only the trace, and the recording, where there is one, only the recording.
 TEST_F(Streams, MayBeMissingAtStart) {
+  const std::string setUpWithAll = setUp;
   for (unsigned missing = 0; missing < 8; ++missing) {
     SCOPED_TRACE(missing);
     const auto has = [missing](int descriptor) { return (missing >> descriptor & 1) == 0; };
-    options.closedDescriptors.clear();
+    setUp = setUpWithAll;
     for (const int descriptor : {0, 1, 2})
-      if (!has(descriptor)) options.closedDescriptors.insert(descriptor);
+      if (!has(descriptor)) setUp += "exec " + std::to_string(descriptor) + "<&-\n";
     const Outcome run = converse(startLine() + "stop\n");
     if (has(0) && has(1)) {
       expectRecording(run, output);
@@ -57,20 +59,28 @@ TEST_F(Streams, OutputClosedByTheReaderKeepsOnlyACompleteFile) {
   EXPECT_NO_THROW((void)readWaveFile(output));
 }
 
+// They go to a pipe that the title alone fills, then to one without a reader.
 TEST_F(Streams, ErrorsThatNobodyReadsDoNotStopTheRun) {
-  for (const ErrorPipe pipe : {ErrorPipe::isFull, ErrorPipe::isBroken}) {
-    options.errorPipe = pipe;
-    expectRecording(recordUntil("stop\n"), output);
-    EXPECT_EQ(recordUntil("halt\n").status, 1);
+  std::string line = startLine();
+  line.insert(line.find("Weekly"), 500'000, 'y');
+  setUp += "mkfifo pipe; exec 3<>pipe 2>pipe; rm pipe\n";
+  for (const char* more : {"", "exec 3<&-\n"}) {
+    setUp += more;
+    expectRecording(converse(line + "stop\n"), output);
+    EXPECT_EQ(converse(line + "halt\n").status, 1);
     EXPECT_EQ(filesLeft(), std::set<std::string>{});
   }
 }
 
-TEST_F(Streams, LongTitleThatNobodyReadsDoesNotStopTheRun) {
-  options.errorPipe = ErrorPipe::isUnread;
+// A pipe has room for part of the title, and is read only once the rest was dropped.
+TEST_F(Streams, ErrorStartsALineWhereTheLineBeforeItWasCut) {
   std::string line = startLine();
-  line.insert(line.find("Weekly"), 500'000, 'y');
-  expectRecording(converse(line + "stop\n"), output);
+  line.insert(line.find("Weekly"), 100'000, 'y');
+  ChildProcess child = launch();
+  child.write(line.replace(line.find("mixed"), 5, "other"));
+  while (readFile(traceFile).find("Decoded") == std::string::npos) std::this_thread::yield();
+  EXPECT_EQ(expectFailure(finish(child), ""),
+            "Mixed mode is required for Quenlor helper capture. Received: other");
 }
 
 TEST_F(Streams, TerminationEndsTheRunAtOnce) {
@@ -87,16 +97,15 @@ TEST_F(Streams, TerminationEndsTheRunAtOnce) {
 
 TEST_F(Surroundings, MaskDecidesOnTheRecordingButNotOnTheTrace) {
   output = folder / "new/recording.wav";
-  for (const mode_t mask : {0U, 027U}) {
-    const mode_t before = umask(mask);
-    const Outcome run = recordUntil("stop\n");
-    umask(before);
-    expectRecording(run, output);
-    const auto modeOf = [](const fs::path& path) {
-      return static_cast<mode_t>(fs::status(path).permissions());
-    };
-    EXPECT_EQ(modeOf(output), 0666U & ~mask);
-    EXPECT_EQ(modeOf(output.parent_path()), 0777U & ~mask);
+  const auto modeOf = [](const fs::path& path) {
+    return static_cast<unsigned>(fs::status(path).permissions());
+  };
+  for (const auto& [mask, fileMode, folderMode] :
+       {std::tuple{"0", 0666U, 0777U}, {"027", 0640U, 0750U}, {"077", 0600U, 0700U}}) {
+    setUp += std::string("umask ") + mask + "\n";
+    expectRecording(recordUntil("stop\n"), output);
+    EXPECT_EQ(modeOf(output), fileMode);
+    EXPECT_EQ(modeOf(output.parent_path()), folderMode);
     EXPECT_EQ(modeOf(traceFile), 0600U);
     fs::remove_all(output.parent_path());
     fs::remove(traceFile);
@@ -104,19 +113,16 @@ TEST_F(Surroundings, MaskDecidesOnTheRecordingButNotOnTheTrace) {
 }
 
 TEST_F(Surroundings, WorkingFolderMayBeGone) {
-  const fs::path gone = folder / "gone";
-  const fs::path before = fs::current_path();
-  fs::create_directory(gone);
-  fs::current_path(gone);
-  fs::remove(gone);
-  const Outcome absolute = recordUntil("stop\n");
-  const Outcome relative = converse(startLine("relative.wav") + "stop\n");
-  fs::current_path(before);
-
-  expectRecording(absolute, output);
-  EXPECT_EQ(expectFailure(relative, ""),
+  setUp += "mkdir gone; cd gone; rmdir ../gone\n";
+  expectRecording(recordUntil("stop\n"), output);
+  EXPECT_EQ(expectFailure(converse(startLine("relative.wav") + "stop\n"), ""),
             "Finding the working folder for \"relative.wav\" failed: No such file or directory");
   EXPECT_EQ(filesLeft(), std::set<std::string>{"recording.wav"});
+}
+
+TEST_F(Surroundings, MayIncludeDescriptorsOfOthers) {
+  setUp += "exec 3<&0 4<&0 5>&1 6>&1 7>&2 8>&2 9>&2\n";
+  expectRecording(recordUntil("stop\n"), output);
 }
 
 }  // namespace

@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* messagesOfARecording[] = {
+const std::vector<std::string> messagesOfARecording = {
     "Received start request frame from the helper.",
     "Decoded start request for title: Weekly",
     "Creating the audio tap session.",
@@ -57,7 +57,7 @@ class Trace : public Conversation {
   void expectRecordingWithWholeTrace() const {
     const Outcome run = recordUntil("stop\n");
     expectRecording(run, output);
-    EXPECT_EQ(linesOf(run.errors).size(), std::size(messagesOfARecording));
+    EXPECT_EQ(linesOf(run.errors).size(), messagesOfARecording.size());
   }
 };
 
@@ -74,14 +74,12 @@ std::vector<std::string> messagesOf(const std::string& trace) {
 
 TEST_F(Trace, TellsEveryStepInBothPlaces) {
   const Outcome run = recordUntil("stop\n");
-  const std::vector<std::string> expected(std::begin(messagesOfARecording),
-                                          std::end(messagesOfARecording));
-  EXPECT_EQ(messagesOf(run.errors), expected);
+  EXPECT_EQ(messagesOf(run.errors), messagesOfARecording);
   EXPECT_EQ(readFile(traceFile), run.errors);
 }
 
 TEST_F(Trace, TellsTheTimeInUtc) {
-  options.environment["TZ"] = "FAR-11:30";
+  setUp += "export TZ=FAR-11:30\n";
   const Outcome run = converse("{}\n");
   std::tm fields{};
   const std::string time = run.errors.substr(traceTag.size(), 20);
@@ -140,7 +138,7 @@ TEST_F(Trace, NeedsNoFile) {
        {traceFile.parent_path().string(), (folder / "file").string(), std::string(5000, 't'),
         std::string("/proc")}) {
     SCOPED_TRACE(temporaryFolder);
-    options.environment["TMPDIR"] = temporaryFolder;
+    setUp += "export TMPDIR='" + temporaryFolder + "'\n";
     expectRecordingWithWholeTrace();
     EXPECT_EQ(filesLeft(), (std::set<std::string>{"file", "recording.wav"}));
   }

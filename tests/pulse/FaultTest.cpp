@@ -74,15 +74,13 @@ class ServerFault : public Conversation {
   void stop() {
     const double length = now();
     child.write("stop\n");
-    const int status = child.waitForExit(1s);
-    errors = child.standardError();
-    expectRecording({status, child.standardOutput(), errors}, output);
+    const Outcome run = finish(child, 1s);
+    errors = run.errors;
+    expectRecording(run, output);
     const WaveFile wave = readWaveFile(output);
     EXPECT_NEAR(wave.durationSeconds(), length, 0.2) << errors;
     microphone = silencesIn(wave.right);
-    std::vector<float> difference = wave.left;
-    for (std::size_t i = 0; i < difference.size(); ++i) difference[i] -= wave.right[i];
-    system = silencesIn(difference);
+    system = silencesIn(wave.leftAlone());
     end = wave.durationSeconds();
     // A source may have slept at the beginning. At the end, one may be longer than the other.
     const auto isAtAnEnd = [this](const Stretch& each) {
@@ -126,12 +124,6 @@ class ServerFault : public Conversation {
     return text;
   }
 
-  std::size_t traceLinesWith(const std::string& text) const {
-    const std::vector<std::string> lines = linesOf(errors);
-    return static_cast<std::size_t>(std::ranges::count_if(
-        lines, [&text](const auto& line) { return line.find(text) != std::string::npos; }));
-  }
-
   ChildProcess child = launch();
   Clock::time_point begin;
   std::string errors;
@@ -151,8 +143,8 @@ TEST_P(ServerRestart, IsBridgedBySilenceOfItsLength) {
   stop();
   expectReturn(system, killedAt);
   expectReturn(microphone, killedAt);
-  EXPECT_EQ(traceLinesWith("sound server"), 2u) << errors;
-  EXPECT_LE(traceLinesWith("comes from") + traceLinesWith("interrupted"), 8u) << errors;
+  EXPECT_EQ(countLines(errors, "sound server"), 2u) << errors;
+  EXPECT_LE(countLines(errors, "comes from") + countLines(errors, "interrupted"), 8u) << errors;
 }
 
 INSTANTIATE_TEST_SUITE_P(Soon, ServerRestart, testing::Values(200, 2000));
@@ -180,7 +172,7 @@ TEST_F(ServerFault, FreezeOfTheRecorderLosesNothing) {
   stop();
   EXPECT_TRUE(system.empty()) << describe(system) << errors;
   EXPECT_TRUE(microphone.empty()) << describe(microphone) << errors;
-  EXPECT_EQ(traceLinesWith("interrupted"), 0u) << errors;
+  EXPECT_EQ(countLines(errors, "interrupted"), 0u) << errors;
 }
 
 class ServerSuspension : public ServerFault {};
@@ -213,7 +205,7 @@ TEST_F(ServerFault, MonitorIsNeverTakenForTheMicrophone) {
   expectLoss(*longest, lostAt);
   EXPECT_GT(longest->end, backAt - onTheWay) << describe(microphone) << errors;
   EXPECT_LT(longest->end, end - 0.3) << describe(microphone) << errors;
-  EXPECT_EQ(traceLinesWith("The microphone is interrupted"), 1u) << errors;
+  EXPECT_EQ(countLines(errors, "The microphone is interrupted"), 1u) << errors;
 }
 
 // Last of its kind: a server may move the private server's listeners along with the default device.
@@ -228,8 +220,8 @@ TEST_F(ServerFault, DefaultDevicesAreFollowed) {
   for (const auto* silences : {&system, &microphone}) {
     EXPECT_LE(total(*silences), longestSwitch) << describe(*silences) << errors;
   }
-  EXPECT_EQ(traceLinesWith("System audio comes from headphones.monitor now"), 1u);
-  EXPECT_EQ(traceLinesWith("The microphone comes from headset now"), 1u);
+  EXPECT_EQ(countLines(errors, "System audio comes from headphones.monitor now"), 1u);
+  EXPECT_EQ(countLines(errors, "The microphone comes from headset now"), 1u);
 }
 
 class ServerRemoval : public ServerFault {};
@@ -243,8 +235,8 @@ TEST_F(ServerRemoval, OutputIsReplacedByTheNextDefault) {
   std::this_thread::sleep_for(2s);
   stop();
   EXPECT_LE(total(system), 2 * longestSwitch) << describe(system) << errors;
-  EXPECT_EQ(traceLinesWith("System audio comes from headphones.monitor now"), 1u) << errors;
-  EXPECT_EQ(traceLinesWith("The microphone comes"), 0u) << errors;
+  EXPECT_EQ(countLines(errors, "System audio comes from headphones.monitor now"), 1u) << errors;
+  EXPECT_EQ(countLines(errors, "The microphone comes"), 0u) << errors;
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -52,9 +53,9 @@ class Hardware : public testing::Test {
                                                            inputScope, 0};
   std::mutex traceMutex;
   std::vector<std::string> trace;
-  std::unique_ptr<AudioPlatform> host = makeAudioPlatform([this](const std::string& line) {
+  std::unique_ptr<AudioPlatform> host = makeAudioPlatform([this](std::string_view line) {
     const std::lock_guard lock(traceMutex);
-    trace.push_back(line);
+    trace.emplace_back(line);
   });
   AudioHardware& hardware = host->hardware();
   AudioObjectID tap = 0;

@@ -1,5 +1,6 @@
 #include "tests/conversation/Conversation.h"
 #include "tests/pulse/Pactl.h"
+#include "tests/support/LocalSocket.h"
 #include "tests/support/Tone.h"
 #include "tests/support/WaveFile.h"
 
@@ -10,7 +11,6 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <optional>
 #include <span>
 #include <thread>
 
@@ -29,25 +29,11 @@ constexpr double microphoneHertz = 440;
 constexpr double playedAmplitude = 0.25;
 constexpr double recordedRate = 48000;
 
-/// The two sources of a recording, told apart by how they are played.
-struct Sources {
-  std::vector<float> system;
-  std::vector<float> microphone;
-};
-
-Sources sourcesOf(const WaveFile& wave) {
-  Sources sources{wave.left, wave.right};
-  for (std::size_t i = 0; i < wave.right.size(); ++i) sources.system[i] -= wave.right[i];
-  return sources;
-}
-
-/// From `begin` to 0.1 s before the end, where one source may be longer than the other, there is
-/// the tone as it was played and nothing else.
-void expectTone(const std::vector<float>& samples, double hertz, std::chrono::milliseconds begin) {
-  const auto first =
-      static_cast<std::size_t>(recordedRate / 1000 * static_cast<double>(begin.count()));
-  const std::size_t tail = 4800;
-  ASSERT_GT(samples.size(), first + tail + 4800);
+/// After half a second, and until 0.1 s before the end, where one source may be longer than the
+/// other, there is the tone as it was played and nothing else.
+void expectTone(const std::vector<float>& samples, double hertz) {
+  constexpr std::size_t first = 24'000, tail = 4800;
+  ASSERT_GT(samples.size(), first + 2 * tail);
   const std::span<const float> part(samples.data() + first, samples.size() - first - tail);
   // One sample lost or repeated departs by 300 steps of 16 bits or more. A server that corrects its
   // clocks while it resamples was seen to depart by up to 21, with other recorders as well.
@@ -60,51 +46,41 @@ void expectTone(const std::vector<float>& samples, double hertz, std::chrono::mi
 
 class ServerRecording : public Conversation {};
 
-/// A bare recorder beside the program: what it hears broken, the server has broken.
+/// A bare recorder beside the program, of a source's first channel: what it hears broken, the
+/// server has broken.
 class Control {
  public:
-  Control(const std::string& source, int rate, int channels, std::filesystem::path samplesFile)
-      : file(std::move(samplesFile)), rateInHertz(rate), step(channels) {
-    ChildOptions options;
-    options.arguments = {"parec",
-                         "--raw",
-                         "--format=float32le",
-                         "--latency-msec=40",
-                         "--device=" + source,
-                         "--rate=" + std::to_string(rate),
-                         "--channels=" + std::to_string(channels),
-                         file.string()};
-    recorder.emplace("/usr/bin/env", options);
-  }
+  Control(const std::string& source, int rate, std::filesystem::path samplesFile)
+      : file(std::move(samplesFile)),
+        rateInHertz(rate),
+        recorder({"parec", "--raw", "--format=float32le", "--latency-msec=40", "--device=" + source,
+                  "--rate=" + std::to_string(rate), "--channels=1", "--channel-map=front-left",
+                  file.string()}) {}
 
-  /// Ends the recorder. Whether the tone on its first channel was whole after the first 0.5 s.
+  /// Ends the recorder. Whether the tone was whole after the first 0.5 s.
   bool heardWhole(double hertz) {
-    recorder->sendSignal(SIGTERM);
-    recorder->waitForExit();
+    recorder.sendSignal(SIGTERM);
+    recorder.waitForExit();
     const std::string bytes = readFile(file);
     std::vector<float> samples(bytes.size() / sizeof(float));
     std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
-    std::vector<float> channel;
-    for (std::size_t i = 0; i < samples.size(); i += static_cast<std::size_t>(step))
-      channel.push_back(samples[i]);
     const auto settled = static_cast<std::size_t>(rateInHertz / 2);
-    return channel.size() > 2 * settled &&
-           findBreaks(std::span(channel).subspan(settled), hertz, rateInHertz, 0.0005).empty();
+    return samples.size() > 2 * settled &&
+           findBreaks(std::span(samples).subspan(settled), hertz, rateInHertz, 0.0005).empty();
   }
 
  private:
   const std::filesystem::path file;
   const int rateInHertz;
-  const int step;
-  std::optional<ChildProcess> recorder;
+  ChildProcess recorder;
 };
 
 // A server that is short of time breaks the tones for everybody. So a recording counts only where
 // bare recorders beside it heard both tones whole.
 TEST_F(ServerRecording, HoldsBothTonesWhole) {
   for (int attempt = 0; attempt < 16; ++attempt) {
-    Control system("speakers.monitor", 44100, 2, folder / "system");
-    Control microphone("microphone", 16000, 1, folder / "microphone");
+    Control system("speakers.monitor", 44100, folder / "system");
+    Control microphone("microphone", 16000, folder / "microphone");
     ChildProcess child = launch();
     ASSERT_NO_FATAL_FAILURE(awaitReady(child));
     const auto ready = Clock::now();
@@ -116,19 +92,18 @@ TEST_F(ServerRecording, HoldsBothTonesWhole) {
     if (!microphone.heardWhole(microphoneHertz) || !systemIsWhole) continue;
     const WaveFile wave = readWaveFile(output);
     EXPECT_NEAR(wave.durationSeconds(), recorded.count(), 0.1);
-    const Sources sources = sourcesOf(wave);
-    expectTone(sources.system, systemHertz, 500ms);
-    expectTone(sources.microphone, microphoneHertz, 500ms);
+    expectTone(wave.leftAlone(), systemHertz);
+    expectTone(wave.right, microphoneHertz);
     return;
   }
   FAIL() << "In each attempt the server broke a tone.";
 }
 
 TEST_F(ServerRecording, NamesItsStreamAfterTheTitleWhileItLasts) {
+  std::string line = startLine();
+  line.replace(line.find("Weekly"), 6, "Größe 1");
   ChildProcess child = launch();
-  child.write(R"({"mode":"mixed","outputPath":")" + output.string() +
-              R"(","title":"Größe 1"})"
-              "\n");
+  child.write(line);
   ASSERT_EQ(child.readLine(), R"({"status":"ready"})") << child.standardError();
   const std::string during = runPactl({"list", "source-outputs"});
   EXPECT_THAT(during, HasSubstr(R"(media.name = "Größe 1")"));
@@ -140,11 +115,7 @@ TEST_F(ServerRecording, NamesItsStreamAfterTheTitleWhileItLasts) {
 
 TEST_F(ServerRecording, SystemAudioDoesNotWaitForASuspendedMicrophone) {
   runPactl({"suspend-source", "microphone", "1"});
-  ChildProcess child = launch();
-  awaitReady(child);
-  std::this_thread::sleep_for(2s);
-  child.write("stop\n");
-  const Outcome run = finish(child);
+  const Outcome run = recordUntil("stop\n", 2s);
   runPactl({"suspend-source", "microphone", "0"});
   expectRecording(run, output);
   const WaveFile wave = readWaveFile(output);
@@ -160,9 +131,9 @@ TEST_F(ServerRecording, StopAnswersThoughTheServerHangs) {
   std::this_thread::sleep_for(1s);
   ASSERT_EQ(kill(server, SIGSTOP), 0);
   child.write("stop\n");
-  const int status = child.waitForExit(5s);
+  const Outcome run = finish(child, 5s);
   kill(server, SIGCONT);
-  expectRecording({status, child.standardOutput(), child.standardError()}, output);
+  expectRecording(run, output);
 }
 
 class ServerDeath : public Conversation {};
@@ -177,10 +148,7 @@ TEST_F(ServerDeath, LeavesOneLineInTheTraceAndWhatWasRecorded) {
   const Outcome run = finish(child);
   expectRecording(run, output);
   EXPECT_GT(readWaveFile(output).durationSeconds(), 0.8);
-  std::size_t lines = 0;
-  for (const std::string& line : linesOf(run.errors))
-    lines += line.find("sound server") != std::string::npos;
-  EXPECT_EQ(lines, 1u) << run.errors;
+  EXPECT_EQ(countLines(run.errors, "sound server"), 1u) << run.errors;
 }
 
 class NoMicrophone : public Conversation {};
@@ -191,6 +159,30 @@ TEST_F(NoMicrophone, IsToldFromTheMonitorThatIsTheDefaultSource) {
             "No microphone input node is available for the Quenlor audio session.");
   EXPECT_THAT(run.errors, HasSubstr("speakers.monitor, is the monitor of an output."));
   EXPECT_TRUE(filesLeft().empty());
+}
+
+class Unreachable : public Conversation {
+ protected:
+  /// A run that fails because of its server, and in time.
+  std::string failureWith(const std::string& server) {
+    setUp += "export PULSE_SERVER='" + server + "'\n";
+    const auto begin = Clock::now();
+    const std::string error = expectFailure(converse(startLine()), "");
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(5));
+    EXPECT_FALSE(std::filesystem::exists(output));
+    return error;
+  }
+};
+
+TEST_F(Unreachable, RefusedConnectionFailsWithItsCause) {
+  EXPECT_EQ(failureWith("unix:" + (folder / "nowhere").string()),
+            "The sound server could not be reached: Connection refused.");
+}
+
+TEST_F(Unreachable, ServerThatHangsFailsInTime) {
+  const LocalSocket server(folder / "silent");
+  EXPECT_EQ(failureWith("unix:" + (folder / "silent").string()),
+            "The sound server could not be reached: It did not answer in time.");
 }
 
 }  // namespace

@@ -20,10 +20,8 @@ class Meter : public testing::Test {
   void appendFrames(std::size_t count, std::int16_t left, std::int16_t right) {
     std::string bytes;
     for (std::size_t i = 0; i < count; ++i)
-      for (const std::int16_t sample : {left, right}) {
-        bytes += static_cast<char>(sample & 0xFF);
-        bytes += static_cast<char>(sample >> 8);
-      }
+      for (const int sample : {left, right})
+        bytes.append({static_cast<char>(sample & 0xFF), static_cast<char>(sample >> 8)});
     append(bytes);
   }
 

@@ -35,12 +35,9 @@ class Record : public testing::Test {
  protected:
   [[nodiscard]] ChildProcess launch(const std::vector<std::string>& added,
                                     const std::string& sidecar = QUENLOR_SIDECAR_PATH) const {
-    ChildOptions options;
-    options.workingDirectory = folder.path();
-    options.environment["TMPDIR"] = folder.path().string();
-    options.arguments = {"--sidecar", sidecar, "recording.wav"};
-    options.arguments.insert(options.arguments.end(), added.begin(), added.end());
-    return ChildProcess(QUENLOR_RECORD_PATH, options);
+    std::vector<std::string> command = {QUENLOR_RECORD_PATH, "--sidecar", sidecar, "recording.wav"};
+    command.insert(command.end(), added.begin(), added.end());
+    return ChildProcess(command, "cd '" + folder.path().string() + "'; export TMPDIR=\"$PWD\"");
   }
   static void awaitReady(ChildProcess& child) {
     ASSERT_EQ(child.readLine(), "Recording to recording.wav. Ctrl-C stops.");

@@ -5,7 +5,6 @@
 #include "tests/support/WaveFile.h"
 
 #include <chrono>
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <regex>
 #include <string>
@@ -23,14 +22,11 @@ class TerminalSession : public testing::Test {
  protected:
   ~TerminalSession() override { (void)tmux({"kill-server"}); }
 
-  [[nodiscard]] std::string tmux(const std::vector<std::string>& command) const {
-    ChildOptions options;
-    options.arguments = {"tmux", "-S", folder / "socket", "-f", "/dev/null"};
-    options.arguments.insert(options.arguments.end(), command.begin(), command.end());
-    options.environment["TMPDIR"] = folder.path().string();
-    ChildProcess child("/usr/bin/env", options);
-    child.waitForExit();
-    return child.standardOutput();
+  [[nodiscard]] std::string tmux(const std::vector<std::string>& arguments) const {
+    std::vector<std::string> command = {"tmux", "-S", folder / "socket", "-f", "/dev/null"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    ChildProcess child(command, "export TMPDIR='" + folder.path().string() + "'");
+    return finish(child).output;
   }
   /// A shell that has little to say, 80 columns wide.
   void SetUp() override {

@@ -42,9 +42,8 @@ std::string withByte(std::string bytes, std::size_t offset, char value) {
 class Repair : public testing::Test {
  protected:
   static Outcome run(std::vector<std::string> arguments) {
-    ChildOptions options;
-    options.arguments = std::move(arguments);
-    ChildProcess child(QUENLOR_REPAIR_PATH, options);
+    arguments.insert(arguments.begin(), QUENLOR_REPAIR_PATH);
+    ChildProcess child(arguments);
     return finish(child);
   }
 

@@ -1,5 +1,6 @@
 #include "AudioTapSessionError.h"
 #include "POSIXErrorName.h"
+#include "SidecarRuntimeError.h"
 
 #include <cstdint>
 #include <gtest/gtest.h>
@@ -25,6 +26,12 @@ TEST(ErrorDescription, RendersStatusesInFourCharacters) {
         AudioTapSessionError::coreAudio("start it", status).errorDescription(),
         "Core Audio error while trying to start it: " + std::to_string(status) + " (" + text + ")");
   }
+}
+
+TEST(ErrorDescription, KeepsWhatTheErrorCarries) {
+  EXPECT_EQ(AudioTapSessionError::coreAudio("start it", -50).payload(), "start it");
+  EXPECT_EQ(AudioTapSessionError::coreAudio("start it", -50).status(), -50);
+  EXPECT_EQ(SidecarRuntimeError::mixedModeRequired("Mixed").payload(), "Mixed");
 }
 
 TEST(ErrorDescription, NamesPOSIXErrors) {

@@ -1,33 +1,15 @@
 #include "FramedStdinReader.h"
-#include "SidecarRuntimeError.h"
 
 #include <array>
 #include <atomic>
 #include <csignal>
-#include <cstdio>
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <string>
 #include <thread>
 #include <unistd.h>
 
 namespace quenlor {
 namespace {
-
-TEST(FramedStdinReader, BoundsTheLengthOfALine) {
-  for (const bool fits : {true, false}) {
-    std::FILE* const file = std::tmpfile();
-    const std::string line(FramedStdinReader::maximumFrameLength + (fits ? 0 : 1), 'x');
-    std::fputs((line + "\n").c_str(), file);
-    std::rewind(file);
-    FramedStdinReader reader(::fileno(file));
-    if (fits)
-      EXPECT_EQ(reader.readFrame(), line);
-    else
-      EXPECT_THROW(reader.readFrame(), SidecarRuntimeError);
-    std::fclose(file);
-  }
-}
 
 std::atomic<int> interruptions{0};
 

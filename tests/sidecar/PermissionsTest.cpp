@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 namespace quenlor {
@@ -46,6 +47,13 @@ TEST(Permissions, FollowsTheStatusAndTheAnswer) {
     EXPECT_EQ(text, c.error) << c.status;
     EXPECT_EQ(ledger.calls(), c.asked) << c.status;
   }
+}
+
+TEST(Permissions, ErrorsAreEqualAndHashedByTheirCase) {
+  const std::unordered_set<PermissionError> errors = {PermissionError::microphoneDenied(),
+                                                      PermissionError::microphoneRestricted(),
+                                                      PermissionError::microphoneDenied()};
+  EXPECT_EQ(errors.size(), 2U);
 }
 
 }  // namespace

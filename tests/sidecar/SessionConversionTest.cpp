@@ -1,5 +1,4 @@
 #include "SessionFixture.h"
-#include "platform/ForwardingPlatform.h"
 
 #include <algorithm>
 #include <cmath>
@@ -20,39 +19,6 @@ using platform::ConverterOutputStatus;
 using platform::PCMBuffer;
 
 /// Notes what conversions are asked, and has them give 7 frames and answer as a test says.
-class ScriptedPlatform final : public platform::ForwardingPlatform {
- public:
-  using ForwardingPlatform::ForwardingPlatform;
-  std::shared_ptr<platform::AudioConverter> makeConverter(const AudioFormat& from,
-                                                          const AudioFormat& to) override {
-    if (!ForwardingPlatform::makeConverter(from, to)) return nullptr;
-    return std::make_shared<Converter>(*this);
-  }
-
-  ConverterOutputStatus answer = ConverterOutputStatus::haveData;
-  std::exception_ptr failure;
-  std::vector<std::uint32_t> capacities;
-  std::vector<std::pair<std::shared_ptr<PCMBuffer>, ConverterInputStatus>> inputs;
-
- private:
-  struct Converter final : platform::AudioConverter {
-    explicit Converter(ScriptedPlatform& scriptedHost) : host(scriptedHost) {}
-    ConverterOutputStatus convert(PCMBuffer& output, std::exception_ptr& error,
-                                  const InputBlock& input) override {
-      host.capacities.push_back(output.frameCapacity());
-      for (int call = 0; call < 3; ++call) {
-        ConverterInputStatus status = ConverterInputStatus::noDataNow;
-        const auto buffer = input(1, status);
-        host.inputs.emplace_back(buffer, status);
-      }
-      output.setFrameLength(7);
-      error = host.failure;
-      return host.answer;
-    }
-    ScriptedPlatform& host;
-  };
-};
-
 class SessionConversion : public SessionFixture {
  protected:
   void startWithMicrophone(std::uint32_t rate, std::uint32_t channels,
@@ -62,7 +28,20 @@ class SessionConversion : public SessionFixture {
     settings.microphone->channelCount = channels;
     makePlatform(settings);
     if (refused) ledger().failNamed("makeConverter", 1, *refused);
-    host = std::make_unique<ScriptedPlatform>(*platform);
+    host = std::make_unique<ConvertingPlatform>(*platform);
+    capacities.clear();
+    inputs.clear();
+    host->convert = [this](PCMBuffer& output, std::exception_ptr& error, const auto& input) {
+      capacities.push_back(output.frameCapacity());
+      for (int call = 0; call < 3; ++call) {
+        ConverterInputStatus status = ConverterInputStatus::noDataNow;
+        const auto buffer = input(1, status);
+        inputs.emplace_back(buffer, status);
+      }
+      output.setFrameLength(7);
+      error = failure;
+      return answer;
+    };
     makeSessionOn(*host);
     session->start();
   }
@@ -78,7 +57,11 @@ class SessionConversion : public SessionFixture {
 
   void TearDown() override { session.reset(); }
 
-  std::unique_ptr<ScriptedPlatform> host;
+  std::unique_ptr<ConvertingPlatform> host;
+  ConverterOutputStatus answer = ConverterOutputStatus::haveData;
+  std::exception_ptr failure;
+  std::vector<std::uint32_t> capacities;
+  std::vector<std::pair<std::shared_ptr<PCMBuffer>, ConverterInputStatus>> inputs;
 };
 
 TEST_F(SessionConversion, RoundsTheCapacityUpAndHandsTheBufferOverOnce) {
@@ -89,10 +72,9 @@ TEST_F(SessionConversion, RoundsTheCapacityUpAndHandsTheBufferOverOnce) {
   for (const auto& [rate, channels, frames, capacity] : cases) {
     startWithMicrophone(rate, channels);
     const auto buffer = deliver(rate, channels, frames);
-    EXPECT_EQ(host->capacities, std::vector{capacity}) << frames;
+    EXPECT_EQ(capacities, std::vector{capacity}) << frames;
     const std::pair end{std::shared_ptr<PCMBuffer>(), ConverterInputStatus::endOfStream};
-    EXPECT_EQ(host->inputs,
-              (std::vector{std::pair{buffer, ConverterInputStatus::haveData}, end, end}));
+    EXPECT_EQ(inputs, (std::vector{std::pair{buffer, ConverterInputStatus::haveData}, end, end}));
   }
 }
 
@@ -101,7 +83,7 @@ TEST_F(SessionConversion, PassesTheTargetFormatThroughUntouched) {
   deliver(48'000, 2, 0);
   deliver(48'000, 2, 100);
   EXPECT_EQ(session->stop().sizeBytes, 444U);
-  EXPECT_TRUE(host->capacities.empty());
+  EXPECT_TRUE(capacities.empty());
   EXPECT_EQ(ledger().count("makeConverter"), 1U)
       << "the microphone's converter is made early, needed or not";
   EXPECT_EQ(ledger().count("makeBuffer"), 0U) << "the very buffer is stored";
@@ -123,16 +105,15 @@ TEST_F(SessionConversion, ActsOnTheStatus) {
                {3, true, "the converter's own"}};
   for (const auto& [status, error, description] : cases) {
     startWithMicrophone(16'000, 1);
-    host->answer = static_cast<ConverterOutputStatus>(status);
-    if (error) host->failure = std::make_exception_ptr(platform::PlatformError(description));
+    answer = static_cast<ConverterOutputStatus>(status);
+    if (error) failure = std::make_exception_ptr(platform::PlatformError(description));
     deliver(16'000, 1, 160);
     deliver(16'000, 1, 160);
     StopResult result{};
     EXPECT_EQ(errorOf([&] { result = session->stop(); }), description) << status;
     const bool succeeds = description.empty();
     EXPECT_EQ(result.sizeBytes, succeeds ? 44U + 4 * 14 : 0U) << status;
-    EXPECT_EQ(host->capacities.size(), succeeds ? 2U : 1U)
-        << "no buffer is converted after a failure";
+    EXPECT_EQ(capacities.size(), succeeds ? 2U : 1U) << "no buffer is converted after a failure";
   }
 }
 
@@ -143,7 +124,7 @@ TEST_F(SessionConversion, KeepsTheConverterThatItGotWhateverFormatComesNext) {
     deliver(16'000, 1, 160);
     deliver(44'100, 2, 441);
     EXPECT_EQ(ledger().count("makeConverter"), refused ? 2U : 1U);
-    EXPECT_EQ(host->capacities, (std::vector<std::uint32_t>{480, 481}));
+    EXPECT_EQ(capacities, (std::vector<std::uint32_t>{480, 481}));
     EXPECT_EQ(errorOf([&] { session->stop(); }), "");
   }
   startWithMicrophone(16'000, 1, CallLedger::Repeat::forGood);
@@ -160,7 +141,7 @@ TEST_F(SessionConversion, RefusesCapacitiesThatAreNoCount) {
     EXPECT_EQ(errorOf([&] { session->stop(); }),
               "Audio format error: Unable to allocate the converted PCM buffer.")
         << rate << " " << frames;
-    EXPECT_TRUE(host->capacities.empty());
+    EXPECT_TRUE(capacities.empty());
   }
 }
 

@@ -18,19 +18,6 @@ class SessionFailure : public SessionFixture {
   }
 };
 
-// What each failing call means, the call sweep knows.
-TEST_F(SessionFailure, AFailedStartLeavesWhatItMadeToTheDiscard) {
-  makeSession({});
-  ledger().failNamed("startDevice");
-  EXPECT_NE(errorOf([&] { session->start(); }), "");
-  EXPECT_EQ(ledger().calls().back(), "startDevice");
-  EXPECT_TRUE(fileExists());
-  session->discardIfUnfinished();
-  session->discardIfUnfinished();
-  EXPECT_FALSE(fileExists());
-  expectEverythingReleased();
-}
-
 TEST_F(SessionFailure, AFailedWriteEndsTheRecordingAtTheStop) {
   startWithStoredFrames();
   {

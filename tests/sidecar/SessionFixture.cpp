@@ -30,9 +30,10 @@ std::shared_ptr<platform::PCMBuffer> SessionFixture::stereoBuffer(const std::vec
   return buffer;
 }
 
-void SessionFixture::makePlatform(const VirtualSettings& settings) {
+void SessionFixture::makePlatform(const VirtualSettings& settings,
+                                  const std::shared_ptr<platform::virtualhost::Pace>& pace) {
   session.reset();  // before the platform it lives on
-  platform = std::make_unique<VirtualPlatform>(clock, settings);
+  platform = std::make_unique<VirtualPlatform>(pace ? pace : clock, settings);
 }
 
 void SessionFixture::makeSessionOn(platform::AudioPlatform& host, const std::string& mode) {

@@ -1,12 +1,13 @@
 #pragma once
 
 #include "AudioTapSession.h"
+#include "platform/ForwardingPlatform.h"
 #include "platform/virtual/ManualClock.h"
 #include "platform/virtual/VirtualPlatform.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/WaveFile.h"
 
-#include <chrono>
+#include <exception>
 #include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
@@ -35,7 +36,9 @@ class SessionFixture : public testing::Test {
   static std::shared_ptr<platform::PCMBuffer> stereoBuffer(const std::vector<float>& left,
                                                            const std::vector<float>& right);
 
-  void makePlatform(const VirtualSettings& settings);
+  /// Without a pace of its own, the platform goes by the clock.
+  void makePlatform(const VirtualSettings& settings,
+                    const std::shared_ptr<platform::virtualhost::Pace>& pace = nullptr);
   /// Makes a session on the platform, or on one that forwards to it.
   void makeSessionOn(platform::AudioPlatform& host, const std::string& mode = "mixed");
   /// Makes the platform and a session on it.
@@ -64,6 +67,32 @@ class SessionFixture : public testing::Test {
   const std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
   std::unique_ptr<VirtualPlatform> platform;
   std::shared_ptr<AudioTapSession> session;
+};
+
+/// Passes everything on to another host but conversions, which are a test's own.
+class ConvertingPlatform final : public platform::ForwardingPlatform {
+ public:
+  using ForwardingPlatform::ForwardingPlatform;
+  std::shared_ptr<platform::AudioConverter> makeConverter(
+      const platform::AudioFormat& from, const platform::AudioFormat& to) override {
+    if (!ForwardingPlatform::makeConverter(from, to)) return nullptr;
+    return std::make_shared<Converter>(*this);
+  }
+
+  std::function<platform::ConverterOutputStatus(platform::PCMBuffer& output,
+                                                std::exception_ptr& error,
+                                                const platform::AudioConverter::InputBlock& input)>
+      convert;
+
+ private:
+  struct Converter final : platform::AudioConverter {
+    explicit Converter(const ConvertingPlatform& convertingHost) : host(convertingHost) {}
+    platform::ConverterOutputStatus convert(platform::PCMBuffer& output, std::exception_ptr& error,
+                                            const InputBlock& input) override {
+      return host.convert(output, error, input);
+    }
+    const ConvertingPlatform& host;
+  };
 };
 
 /// The description of the error that action throws; empty where it throws none.

@@ -1,5 +1,6 @@
 #include "SessionFixture.h"
 
+#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <filesystem>

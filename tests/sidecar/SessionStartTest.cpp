@@ -1,7 +1,6 @@
 #include "SessionFixture.h"
 
 #include <chrono>
-#include <filesystem>
 #include <functional>
 #include <regex>
 #include <string>

@@ -1,42 +1,15 @@
 #pragma once
 
+#include "FileHandle.h"
+
 #include <chrono>
-#include <cstdint>
-#include <filesystem>
-#include <map>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
 #include <vector>
 
 namespace quenlor::test {
-
-/// What becomes of the pipe on a child's standard error.
-enum class ErrorPipe {
-  isCollected,
-  /// Nobody reads it.
-  isUnread,
-  /// Nobody reads it, and it is full from the start.
-  isFull,
-  /// Its reading end is closed.
-  isBroken,
-};
-
-/// How a child process is started.
-struct ChildOptions {
-  std::vector<std::string> arguments;
-  /// Added to the environment of this process; a value here replaces one of the same name.
-  std::map<std::string, std::string> environment;
-  /// Where the child starts; empty for the current folder.
-  std::filesystem::path workingDirectory;
-  /// Those of the descriptors 0, 1 and 2 that the child starts without.
-  std::set<int> closedDescriptors;
-  ErrorPipe errorPipe = ErrorPipe::isCollected;
-  /// RLIMIT_FSIZE in bytes.
-  std::optional<std::uint64_t> fileSizeLimit;
-};
 
 /// A running program with pipes on its standard streams. Both outputs are collected during every
 /// wait, so that neither side can block the other. Each wait is bounded: one that takes longer
@@ -45,9 +18,10 @@ class ChildProcess {
  public:
   static constexpr std::chrono::seconds defaultPatience{30};
 
-  /// Starts `program`. Throws std::system_error where that fails; a program that cannot be executed
-  /// ends with status 127 instead.
-  explicit ChildProcess(const std::filesystem::path& program, const ChildOptions& options = {});
+  /// Starts a program, which is looked for as a shell does, with its arguments. setUp is what the
+  /// shell does before it becomes the program: it sets variables and limits, closes streams, goes
+  /// elsewhere. Throws std::system_error; a program that is not there ends with status 127 instead.
+  explicit ChildProcess(const std::vector<std::string>& command, const std::string& setUp = "");
   /// Kills the program if it still runs, and waits for its end.
   ~ChildProcess();
   ChildProcess(const ChildProcess&) = delete;
@@ -55,9 +29,9 @@ class ChildProcess {
 
   /// Writes all bytes to the child's standard input. Bytes that the child no longer reads are lost.
   void write(std::string_view bytes);
-  void closeInput();
+  void closeInput() { input = FileHandle(); }
   /// Closes the reading end of the child's standard output.
-  void closeOutput();
+  void closeOutput() { outputPipe = FileHandle(); }
 
   /// The next line of standard output without its line feed; nothing at the end of the output.
   /// An unfinished last line is returned like any other.
@@ -82,12 +56,11 @@ class ChildProcess {
   bool hasEnded();
 
   pid_t child = -1;
-  int inputEnd = -1;
-  int outputEnd = -1;
-  int errorEnd = -1;
+  FileHandle input;
+  FileHandle outputPipe;
+  FileHandle errorPipe;
   std::optional<int> exitStatus;
   long peakMemory = 0;
-  bool readsErrors = true;
   std::string output;
   std::string errors;
   std::size_t outputRead = 0;
@@ -101,6 +74,7 @@ struct Outcome {
 };
 
 /// Waits for the end, without closing the program's input.
-Outcome finish(ChildProcess& child);
+Outcome finish(ChildProcess& child,
+               std::chrono::milliseconds patience = ChildProcess::defaultPatience);
 
 }  // namespace quenlor::test

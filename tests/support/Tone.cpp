@@ -48,15 +48,6 @@ ToneFit fitTone(std::span<const float> samples, double frequency, double rate) {
   return {std::hypot(a, b), std::atan2(b, a), 10 * std::log10(residualPower / tonePower)};
 }
 
-std::vector<float> withoutTone(std::span<const float> samples, double frequency, double rate,
-                               const ToneFit& fit) {
-  const double w = radiansPerSample(frequency, rate);
-  std::vector<float> rest(samples.begin(), samples.end());
-  for (std::size_t n = 0; n < rest.size(); ++n)
-    rest[n] -= static_cast<float>(fit.amplitude * std::sin(w * static_cast<double>(n) + fit.phase));
-  return rest;
-}
-
 std::vector<std::size_t> findBreaks(std::span<const float> samples, double frequency, double rate,
                                     double tolerance) {
   const double factor = 2 * std::cos(radiansPerSample(frequency, rate));

@@ -21,10 +21,6 @@ struct ToneFit {
 /// Fits by least squares. The samples should hold several periods of the tone.
 ToneFit fitTone(std::span<const float> samples, double frequency, double rate);
 
-/// The samples less a tone that was fitted to them.
-std::vector<float> withoutTone(std::span<const float> samples, double frequency, double rate,
-                               const ToneFit& fit);
-
 /// Where a steady tone is broken (samples lost, repeated or altered): the indices n at which y[n]
 /// departs from 2 cos(w) y[n-1] - y[n-2] by more than tolerance. Indices that lie next to each
 /// other, or have one other in between, count as one break, named by the first.

@@ -1,57 +1,37 @@
 #include "tests/support/WaveFile.h"
 
+#include "WaveWriter.h"
 #include "tests/support/TemporaryFolder.h"
 
+#include <algorithm>
+#include <cstring>
+#include <functional>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 
 namespace quenlor::test {
 
-namespace {
-
-constexpr std::size_t headerSize = 44;
-
-void require(bool condition, const std::filesystem::path& path, const std::string& what) {
-  if (!condition) throw std::runtime_error(path.string() + ": " + what);
+std::vector<float> WaveFile::leftAlone() const {
+  std::vector<float> rest(left.size());
+  std::ranges::transform(left, right, rest.begin(), std::minus());
+  return rest;
 }
-
-std::uint32_t littleEndian32(std::string_view bytes, std::size_t offset) {
-  std::uint32_t value = 0;
-  for (std::size_t i = 4; i-- > 0;) {
-    value = value << 8 | static_cast<unsigned char>(bytes[offset + i]);
-  }
-  return value;
-}
-
-// Everything in the header but its two sizes.
-void checkFormat(const std::filesystem::path& path, std::string_view header) {
-  using namespace std::string_view_literals;
-  constexpr std::string_view format =
-      "WAVEfmt \x10\0\0\0\x01\0\x02\0\x80\xBB\0\0\x00\xEE\x02\0\x04\0\x10\0"
-      "data"sv;
-  require(header.substr(0, 4) == "RIFF", path, "does not begin with RIFF");
-  require(header.substr(8, format.size()) == format, path, "is not 16-bit stereo at 48 kHz");
-}
-
-}  // namespace
 
 WaveFile readWaveFile(const std::filesystem::path& path) {
   const std::string bytes = readFile(path);
-  require(bytes.size() >= headerSize, path, "is shorter than a header");
-  checkFormat(path, bytes);
-  require(littleEndian32(bytes, 4) == bytes.size() - 8, path, "has a wrong RIFF size");
-  require(littleEndian32(bytes, 40) == bytes.size() - headerSize, path, "has a wrong data size");
-  require(bytes.size() % 4 == 0, path, "ends within a frame");
+  if (bytes.size() < WaveWriter::headerSize || bytes.size() % WaveWriter::bytesPerFrame != 0)
+    throw std::runtime_error(path.string() + " is not a header and whole frames");
+  const std::size_t sampleBytes = bytes.size() - WaveWriter::headerSize;
+  const WaveWriter::Header header = WaveWriter::makeHeader(sampleBytes, 48'000, 2, 16);
+  if (std::memcmp(bytes.data(), header.data(), header.size()) != 0)
+    throw std::runtime_error(path.string() + " has another header than its samples ask for");
 
   WaveFile wave;
-  for (std::size_t offset = headerSize; offset < bytes.size(); offset += 4) {
-    const std::uint32_t frame = littleEndian32(bytes, offset);
-    const auto left = static_cast<std::int16_t>(frame & 0xFFFF);
-    const auto right = static_cast<std::int16_t>(frame >> 16);
-    wave.samples.insert(wave.samples.end(), {left, right});
-    wave.left.push_back(static_cast<float>(left) / 32767.0F);
-    wave.right.push_back(static_cast<float>(right) / 32767.0F);
+  wave.samples.resize(sampleBytes / sizeof(std::int16_t));
+  std::memcpy(wave.samples.data(), bytes.data() + header.size(), sampleBytes);
+  for (std::size_t i = 0; i < wave.samples.size(); i += 2) {
+    wave.left.push_back(static_cast<float>(wave.samples[i]) / 32767.0F);
+    wave.right.push_back(static_cast<float>(wave.samples[i + 1]) / 32767.0F);
   }
   return wave;
 }

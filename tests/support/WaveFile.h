@@ -14,6 +14,8 @@ struct WaveFile {
   std::vector<float> left;
   std::vector<float> right;
 
+  /// What the left channel has that the right one has not.
+  [[nodiscard]] std::vector<float> leftAlone() const;
   [[nodiscard]] double durationSeconds() const { return static_cast<double>(left.size()) / 48000; }
 };
 

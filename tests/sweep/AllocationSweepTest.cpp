@@ -15,9 +15,11 @@ namespace {
 class AllocationSweep : public Conversation {
  protected:
   Outcome recordWithFailure(std::size_t allocation) {
-    options.environment["QUENLOR_FAILING_ALLOCATION"] = std::to_string(allocation);
+    setUp = "export QUENLOR_FAILING_ALLOCATION=" + std::to_string(allocation) + "\n" + setUpForAll;
     return converse(startLine() + "stop\n");
   }
+
+  const std::string setUpForAll = setUp;
 
   /// The control thread also runs work that queues leave to it, now more, now less.
   std::size_t mostAllocations() {
@@ -47,7 +49,7 @@ TEST_F(AllocationSweep, EndsTheRunWithAMessageAndWithoutAFile) {
     std::filesystem::remove(output);
     EXPECT_EQ(filesLeft(), std::set<std::string>{});
   }
-  EXPECT_GT(errors, count / 2) << "hardly any allocation can be done without";
+  EXPECT_GT(errors, count / 4) << "only the trace's allocations can be done without";
   std::printf("count allocations-failed %zu\n", count);
 }
 
