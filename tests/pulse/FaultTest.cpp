@@ -20,10 +20,10 @@ constexpr double recordedRate = 48000;
 
 // How far the length of a silence may be off, in seconds, on a busy machine: by what one source was
 // ahead of the other, and by the portions in which samples end and come again.
-constexpr double tolerance = 0.15;
+constexpr double tolerance = 0.1;
 
-// How long a switch of devices may be heard as silence, on a busy machine.
-constexpr double longestSwitch = 0.4;
+// How long a switch of devices may be heard as silence.
+constexpr double longestSwitch = 0.2;
 
 // What is on its way through the server at the time of a fault is lost with it.
 constexpr double onTheWay = 0.12;

@@ -169,8 +169,7 @@ TEST(SampleEncoding, FollowsTheTable) {
       {-32'767, {-0.99999994F}},
       {-32'768, {-1.0F, -2.0F, -infinity}}};
   for (const auto& [stored, samples] : cases)
-    for (const float sample : samples)
-      EXPECT_EQ(encodeSample(sample), stored) << sample;
+    for (const float sample : samples) EXPECT_EQ(encodeSample(sample), stored) << sample;
 }
 
 /// Halves are judged on the single-precision product: a product of 0.49999997 is not a half.

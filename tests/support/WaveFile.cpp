@@ -28,7 +28,8 @@ WaveFile readWaveFile(const std::filesystem::path& path) {
 
   WaveFile wave;
   wave.samples.resize(sampleBytes / sizeof(std::int16_t));
-  std::memcpy(wave.samples.data(), bytes.data() + header.size(), sampleBytes);
+  std::copy_n(bytes.data() + header.size(), sampleBytes,
+              reinterpret_cast<char*>(wave.samples.data()));
   for (std::size_t i = 0; i < wave.samples.size(); i += 2) {
     wave.left.push_back(static_cast<float>(wave.samples[i]) / 32767.0F);
     wave.right.push_back(static_cast<float>(wave.samples[i + 1]) / 32767.0F);
