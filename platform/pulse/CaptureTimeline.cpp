@@ -17,6 +17,10 @@ constexpr auto tolerance = 60ms;
 constexpr auto longestPause = 1s;
 constexpr auto catchingUpTime = 10s;
 
+// Silence is handed over as it becomes due, so only a program that was stopped itself owes more
+// than a moment of it. After hours of that it must not fill the memory.
+constexpr auto longestDebt = 60s;
+
 // A whole number of frames at the usual rates, so that no roundings add up.
 constexpr CaptureTimeline::Duration silencePiece = 20ms;
 
@@ -65,8 +69,9 @@ CaptureTimeline::Duration CaptureTimeline::correct(Duration due, Duration length
 
 CaptureTimeline::Duration CaptureTimeline::fill(Clock::time_point now) {
   interrupt();
-  const Duration due = dueAt(now);
-  return pay(due - due % silencePiece);
+  owed = dueAt(now);
+  since = now;
+  return pay(owed - owed % silencePiece);
 }
 
 CaptureTimeline::Duration CaptureTimeline::finish(Clock::time_point now) {
@@ -74,7 +79,7 @@ CaptureTimeline::Duration CaptureTimeline::finish(Clock::time_point now) {
 }
 
 CaptureTimeline::Duration CaptureTimeline::dueAt(Clock::time_point time) const {
-  return owed + std::chrono::duration_cast<Duration>(time - since);
+  return std::min<Duration>(owed + std::chrono::duration_cast<Duration>(time - since), longestDebt);
 }
 
 CaptureTimeline::Duration CaptureTimeline::pay(Duration due) {

@@ -28,9 +28,6 @@ class CaptureTimeline {
   /// negative has to be cut off their front, and is never more than they are.
   Duration place(Clock::time_point now, Duration length);
 
-  /// Silence of this length is in the recording that was not asked for here.
-  void wasPadded(Duration length) { owed -= length; }
-
   /// The silence that is due by now, in whole pieces, which is to be delivered.
   Duration fill(Clock::time_point now);
 

@@ -103,21 +103,12 @@ std::chrono::microseconds CaptureTrack::waiting() const {
   return timeOf(samples.size());
 }
 
-void CaptureTrack::deliver() {
+void CaptureTrack::deliver(std::chrono::microseconds most) {
   connection.assertLocked();
-  handOver(samples);
-  samples.clear();
-}
-
-std::chrono::microseconds CaptureTrack::delivered() const {
-  connection.assertLocked();
-  return timeOf(deliveredBytes);
-}
-
-void CaptureTrack::wasPadded(std::chrono::microseconds duration) {
-  connection.assertLocked();
-  deliveredBytes += bytesOf(duration);
-  timeline.wasPadded(duration);
+  const std::size_t bytes = most < waiting() ? bytesOf(most) : samples.size();
+  if (bytes == 0) return;
+  receiver(std::span(samples).first(bytes));
+  samples.erase(samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(bytes));
 }
 
 void CaptureTrack::beginTimeline() {
@@ -135,7 +126,7 @@ void CaptureTrack::deliverSilence(std::chrono::microseconds duration) {
   while (duration > 0us) {
     const auto piece = std::min(duration, longestSilence);
     silence.assign(bytesOf(piece), std::byte{0});
-    handOver(silence);
+    if (!silence.empty()) receiver(silence);
     duration -= piece;
   }
 }
@@ -170,12 +161,6 @@ void CaptureTrack::samplesCame(PulseCaptureStream& teller) {
   else
     samples.erase(front, front + static_cast<std::ptrdiff_t>(bytesOf(-correction)));
   if (listener.samplesCame) listener.samplesCame();
-}
-
-void CaptureTrack::handOver(std::span<std::byte> portion) {
-  if (portion.empty()) return;
-  receiver(portion);
-  deliveredBytes += portion.size();
 }
 
 void CaptureTrack::interrupt() {

@@ -68,14 +68,8 @@ class CaptureTrack final : private PulseCaptureStream::Listener {
   /// How long the samples last that wait to be delivered.
   std::chrono::microseconds waiting() const;
 
-  /// Hands everything that waits to the receiver, in one call.
-  void deliver();
-
-  /// How long all of it is that was handed over so far.
-  std::chrono::microseconds delivered() const;
-
-  /// The mixer has padded what was handed over with silence of this length.
-  void wasPadded(std::chrono::microseconds duration);
+  /// Hands what waits to the receiver, in one call: that much of it, or all there is.
+  void deliver(std::chrono::microseconds most = std::chrono::microseconds::max());
 
   /// From now on samples that were lost are replaced by silence.
   void beginTimeline();
@@ -95,7 +89,6 @@ class CaptureTrack final : private PulseCaptureStream::Listener {
  private:
   std::unique_ptr<PulseCaptureStream> connect(bool isAtRest) REQUIRES(connection);
   void interrupt() REQUIRES(connection);
-  void handOver(std::span<std::byte> portion) REQUIRES(connection);
   void samplesCame(PulseCaptureStream& teller) override;
   void samplesWereInterrupted(PulseCaptureStream& teller) override;
   void streamEnded(PulseCaptureStream& teller, const std::string& reason) override;
@@ -111,7 +104,6 @@ class CaptureTrack final : private PulseCaptureStream::Listener {
   CaptureTimeline timeline GUARDED_BY(connection);
   std::vector<std::byte> samples GUARDED_BY(connection);
   std::vector<std::byte> silence GUARDED_BY(connection);
-  std::size_t deliveredBytes GUARDED_BY(connection) = 0;
   std::unique_ptr<PulseCaptureStream> stream GUARDED_BY(connection);
   // Takes the stream's place with its first samples.
   std::unique_ptr<PulseCaptureStream> successor GUARDED_BY(connection);

@@ -16,8 +16,8 @@ constexpr auto batch = 40ms;
 // A source that is this late, such as one that has to wake up, no longer holds back the other.
 constexpr auto patience = 500ms;
 
-// When all that stay away have done so for that long, as one may be heard last after a delivery.
-constexpr auto longestWait = patience + 2 * batch;
+// A device with a faster clock has ever more to hand over than the other; this much may wait here.
+constexpr auto mostHeldBack = 100ms;
 
 // After this program could not run, samples may be there to be read.
 constexpr auto secondLook = 20ms;
@@ -147,14 +147,18 @@ std::chrono::microseconds PulseCaptureGroup::longestWaiting() const {
   return longest;
 }
 
-/// Whatever is late gets silence in front, so that it ends where the others end.
+/// They begin together. What is late gets silence in front instead, so that it ends where the
+/// others end.
 void PulseCaptureGroup::release() {
   const Clock::time_point now = Clock::now();
-  const auto depth = longestWaiting();
+  const auto longest = longestWaiting();
+  const auto shared = std::min(sharedWaiting(), longest);
+  const auto depth = shared >= reserve() ? shared : longest;
   for (Member& member : members) {
     if (member.track == nullptr) continue;
     const auto waiting = member.track->waiting();
-    if (waiting > 0us && waiting < reserve()) member.track->deliverSilence(depth - waiting);
+    if (waiting > 0us) member.track->deliverSilence(depth - waiting);
+    member.track->deliver(depth);
     if (waiting > 0us)
       member.track->beginTimeline();
     else if (depth > 0us)
@@ -163,15 +167,25 @@ void PulseCaptureGroup::release() {
       member.track->beginTimelineLate(startedAt, depth);
   }
   for (Member& member : members) member.lastHeard = now;
-  deliveredAt = now;
   isReleased = true;
-  deliver();
+  fillSilences();
+}
+
+/// Whether its samples are known to be missing, or stay away for long.
+bool PulseCaptureGroup::isQuiet(const Member& member) const {
+  return member.track->isInterrupted() || Clock::now() - member.lastHeard >= patience;
+}
+
+bool PulseCaptureGroup::areAllQuiet() const {
+  return std::ranges::all_of(members, [this](const Member& member) {
+    connection.assertLocked();
+    return member.track == nullptr || isQuiet(member);
+  });
 }
 
 /// Whether silence stands in for the source's samples.
 bool PulseCaptureGroup::isSilent(const Member& member) const {
-  if (member.track == nullptr || member.track->waiting() > 0us) return false;
-  return member.track->isInterrupted() || Clock::now() - member.lastHeard >= patience;
+  return member.track != nullptr && member.track->waiting() == 0us && isQuiet(member);
 }
 
 bool PulseCaptureGroup::isAnySilent() const {
@@ -189,18 +203,38 @@ bool PulseCaptureGroup::isComplete() const {
   });
 }
 
+/// What each of those has that are heard.
+std::chrono::microseconds PulseCaptureGroup::sharedWaiting() const {
+  auto shortest = std::chrono::microseconds::max();
+  for (const Member& member : members)
+    if (member.track != nullptr && !isSilent(member))
+      shortest = std::min(shortest, member.track->waiting());
+  return shortest;
+}
+
 void PulseCaptureGroup::deliver() {
-  const Clock::time_point now = Clock::now();
-  if (now - deliveredAt >= patience && !connection.wasNeglected()) countPadding();
-  deliveredAt = now;
+  const auto shared = sharedWaiting();
   for (Member& member : members) {
     if (member.track == nullptr) continue;
-    member.track->deliver();
+    const bool isAhead = member.track->waiting() - shared > mostHeldBack;
+    member.track->deliver(isAhead ? member.track->waiting() : shared);
+  }
+  fillSilences();
+}
+
+void PulseCaptureGroup::deliverAll() {
+  for (Member& member : members)
+    if (member.track != nullptr) member.track->deliver();
+  fillSilences();
+}
+
+void PulseCaptureGroup::fillSilences() {
+  for (Member& member : members) {
     if (!isSilent(member)) continue;
     if (!member.track->isInterrupted()) tellInterruption(member, "No samples come.");
     member.track->fill();
   }
-  watch->set(isAnySilent() ? batch : longestWait);
+  watch->set(isAnySilent() ? batch : patience);
 }
 
 /// Silence has to go out before the reserve runs out.
@@ -214,21 +248,11 @@ void PulseCaptureGroup::samplesStayedAway() {
   } else if (connection.wasNeglected()) {
     hearAll();
     watch->set(secondLook);
+  } else if (areAllQuiet()) {
+    deliverAll();
   } else {
-    deliver();
+    watch->set(batch);  // One was heard after the last delivery.
   }
-}
-
-/// Nothing was delivered for so long that the mixer has used up everything. Where one source had
-/// less than the other, it has put silence in its place.
-void PulseCaptureGroup::countPadding() {
-  std::chrono::microseconds longest{};
-  for (const Member& member : members)
-    if (member.track != nullptr) longest = std::max(longest, member.track->delivered());
-  for (const Member& member : members)
-    if (member.track != nullptr)
-      member.track->wasPadded(
-          std::min<std::chrono::microseconds>(longest - member.track->delivered(), patience));
 }
 
 /// Nobody was there to hear them, so none counts as silent for that.

@@ -20,6 +20,10 @@ enum class CaptureRole { system, microphone };
 /// all of them are held back until each has a reserve, and then hand over their first bursts at
 /// once: the sources keep their distance, and the reserve bridges late deliveries ever after.
 ///
+/// They also hand over equal lengths from then on. While nothing comes the mixer uses up what it
+/// has; where one had less, it would pad that one, and nobody would know of it when the pause is
+/// filled.
+///
 /// Where a source is known to be interrupted, silence stands in for it at once, in step with the
 /// other. Where its samples just stay away, the other waits for them: the mixer then pauses, and
 /// little is padded. Only when patience ends does it go on with silence. Either way samples that
@@ -65,20 +69,23 @@ class PulseCaptureGroup {
   std::chrono::microseconds reserve() const REQUIRES(connection);
   std::chrono::microseconds longestWaiting() const REQUIRES(connection);
   void release() REQUIRES(connection);
+  bool isQuiet(const Member& member) const REQUIRES(connection);
+  bool areAllQuiet() const REQUIRES(connection);
   bool isSilent(const Member& member) const REQUIRES(connection);
   bool isAnySilent() const REQUIRES(connection);
   bool isComplete() const REQUIRES(connection);
   void interrupted() REQUIRES(connection);
+  std::chrono::microseconds sharedWaiting() const REQUIRES(connection);
   void deliver() REQUIRES(connection);
+  void deliverAll() REQUIRES(connection);
+  void fillSilences() REQUIRES(connection);
   void samplesStayedAway() REQUIRES(connection);
-  void countPadding() REQUIRES(connection);
   void hearAll() REQUIRES(connection);
 
   PulseConnection& connection;
   std::array<Member, 2> members GUARDED_BY(connection);
   std::function<void()> streamEnded GUARDED_BY(connection);
   Clock::time_point startedAt GUARDED_BY(connection);
-  Clock::time_point deliveredAt GUARDED_BY(connection);
   bool isReleased GUARDED_BY(connection) = false;
   // Expires when nothing was delivered for too long; exists from the start on, while there are
   // members.

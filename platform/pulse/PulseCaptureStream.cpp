@@ -62,8 +62,9 @@ Operation PulseCaptureStream::run() {
 
 bool PulseCaptureStream::adopt(const std::string& sourceName) {
   connection.assertLocked();
+  if (!isElsewhere) return false;  // Asking a stream that failed hides why it did.
   const char* const device = pa_stream_get_device_name(stream.get());
-  if (!isElsewhere || device == nullptr || sourceName != device) return false;
+  if (device == nullptr || sourceName != device) return false;
   isElsewhere = false;
   source = sourceName;
   return !hasEnded();
