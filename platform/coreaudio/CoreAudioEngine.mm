@@ -26,7 +26,7 @@ void undo(const Call& call) {
   try {
     perform(call);
   } catch (const PlatformError&) {
-    // The engine kept what it was told to give up, and there is no other way to tell it.
+    // Then there is nothing to undo, or the call that follows says what is wrong.
   }
 }
 

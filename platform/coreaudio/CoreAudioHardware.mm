@@ -36,7 +36,10 @@ CATapDescription* systemDescription(const TapDescription& description) {
 
 OSStatus CoreAudioHardware::createProcessTap(const TapDescription& description,
                                              AudioObjectID& tapID) {
-  return AudioHardwareCreateProcessTap(systemDescription(description), &tapID);
+  AudioObjectID created = 0;
+  const OSStatus status = AudioHardwareCreateProcessTap(systemDescription(description), &created);
+  if (status == kAudioHardwareNoError) tapID = created;
+  return status;
 }
 
 OSStatus CoreAudioHardware::destroyProcessTap(AudioObjectID tapID) {
@@ -51,7 +54,11 @@ OSStatus CoreAudioHardware::createAggregateDevice(const AggregateDeviceDescripti
     @"private" : @(description.isPrivate),
     @"tapautostart" : @(description.tapAutoStart),
   };
-  return AudioHardwareCreateAggregateDevice((__bridge CFDictionaryRef)settings, &deviceID);
+  AudioObjectID created = 0;
+  const OSStatus status =
+      AudioHardwareCreateAggregateDevice((__bridge CFDictionaryRef)settings, &created);
+  if (status == kAudioHardwareNoError) deviceID = created;
+  return status;
 }
 
 OSStatus CoreAudioHardware::destroyAggregateDevice(AudioObjectID deviceID) {

@@ -20,7 +20,6 @@ class SystemQueue final : public DispatchQueue {
   dispatch_queue_t systemObject() const { return queue; }
 
  private:
-  const std::string name;
   const dispatch_queue_t queue;
 };
 

@@ -6,7 +6,7 @@
 namespace quenlor::platform::coreaudio {
 
 SystemQueue::SystemQueue(const std::string& label)
-    : name(label), queue(dispatch_queue_create(name.c_str(), DISPATCH_QUEUE_SERIAL)) {}
+    : queue(dispatch_queue_create(label.c_str(), DISPATCH_QUEUE_SERIAL)) {}
 
 void SystemQueue::async(Work work) {
   // A block copies what it captures; the work's own captures are moved instead.

@@ -81,7 +81,7 @@ void AudioTapSession::unsafeCleanupAndDiscard() {
   try {
     teardownCaptureGraph();
   } catch (...) {
-    // Only memory can fail here; what follows has to come all the same.
+    // Only memory can fail here. The mixer has to stop and the file has to go all the same.
   }
   try {
     mixQueue->sync([this] {

@@ -23,8 +23,9 @@ class JSONEncodingError : public std::runtime_error {
 /// last counts.
 class JSONObject {
  public:
-  /// Throws JSONDecodingError unless text is an object in strict UTF-8, nested at most 128 deep,
-  /// whose numbers a double can hold.
+  /// Throws JSONDecodingError unless text is an object in strict UTF-8, nested at most 128 deep
+  /// (the object counts as 1, and so does each value inside another), whose numbers a double can
+  /// hold.
   explicit JSONObject(std::string_view text);
   ~JSONObject();
   JSONObject(const JSONObject&) = delete;
