@@ -1,6 +1,7 @@
 #include "platform/pulse/CaptureTimeline.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace quenlor::platform::pulse {
 namespace {
@@ -8,9 +9,11 @@ namespace {
 using namespace std::chrono_literals;
 
 // After an interruption a server may send at once what it had kept, or pause again, so the clock
-// rules for a while; but samples come in portions, so it does not rule to the last millisecond.
+// rules for a while. Samples may come late, but the next ones make up for that: so they lack only
+// what lacks whenever they come for some time, and none can be early.
 constexpr auto settlingTime = 1s;
-constexpr auto tolerance = 60ms;
+constexpr auto judgingTime = 250ms;
+constexpr auto tolerance = 30ms;
 
 // After a pause of this program's own, a server hands over what it kept, ten seconds at most, at
 // several times its usual pace.
@@ -33,37 +36,45 @@ void CaptureTimeline::beginLate(Clock::time_point time, Duration owedThen) {
 }
 
 CaptureTimeline::Duration CaptureTimeline::place(Clock::time_point now, Duration length) {
-  const Duration due = dueAt(now) - length;
   if (hasBegun && !isInterrupted && now - since > longestPause) caughtUpAt = now + catchingUpTime;
+  owed = dueAt(now) - length;
   since = now;
-  owed = {};
-  if (isInterrupted) {
-    isInterrupted = false;
+  if (std::exchange(isInterrupted, false)) {
     caughtUpAt = {};
     settledAt = now + settlingTime;
-    return correct(due, length);
+    return correct(now, owed, length);
   }
-  if (caughtUpAt != Clock::time_point()) return catchUp(now, due, length);
-  if (now >= settledAt) return {};
-  if (std::chrono::abs(due) > tolerance) return correct(due, length);
-  owed = due;
+  if (caughtUpAt != Clock::time_point()) return catchUp(now);
+  if (now < settledAt) return settle(now, length);
+  owed = {};
   return {};
 }
 
 /// What was kept for this program while it could not run comes bit by bit; what is still missing in
 /// the end was lost.
-CaptureTimeline::Duration CaptureTimeline::catchUp(Clock::time_point now, Duration due,
-                                                   Duration length) {
-  owed = due;
+CaptureTimeline::Duration CaptureTimeline::catchUp(Clock::time_point now) {
   if (now < caughtUpAt) return {};
   caughtUpAt = {};
-  owed = {};
-  return due > tolerance ? correct(due, length) : Duration::zero();
+  const Duration lost = std::exchange(owed, {});
+  return lost > tolerance ? lost : Duration::zero();
 }
 
-CaptureTimeline::Duration CaptureTimeline::correct(Duration due, Duration length) {
+CaptureTimeline::Duration CaptureTimeline::settle(Clock::time_point now, Duration length) {
+  leastOwed = std::min(leastOwed, owed);
+  const bool isCutting = std::exchange(owesACut, false);
+  if (owed < (isCutting ? Duration::zero() : -tolerance)) return correct(now, owed, length);
+  if (now < judgedAt) return {};
+  return correct(now, leastOwed > tolerance ? leastOwed : Duration::zero(), length);
+}
+
+/// Also begins to judge anew.
+CaptureTimeline::Duration CaptureTimeline::correct(Clock::time_point now, Duration due,
+                                                   Duration length) {
   const Duration correction = std::max(due, -length);
-  owed = due - correction;
+  owed -= correction;
+  owesACut = correction > due;
+  judgedAt = now + judgingTime;
+  leastOwed = Duration::max();
   return correction;
 }
 

@@ -35,8 +35,9 @@ class CaptureTimeline {
   Duration finish(Clock::time_point now);
 
  private:
-  Duration catchUp(Clock::time_point now, Duration due, Duration length);
-  Duration correct(Duration due, Duration length);
+  Duration catchUp(Clock::time_point now);
+  Duration settle(Clock::time_point now, Duration length);
+  Duration correct(Clock::time_point now, Duration due, Duration length);
   Duration dueAt(Clock::time_point time) const;
   Duration pay(Duration due);
 
@@ -44,10 +45,15 @@ class CaptureTimeline {
   Clock::time_point since;
   Duration owed{};
   Clock::time_point settledAt;
+  // The least that was owed at any arrival since the last correction, and when that counts.
+  Duration leastOwed{};
+  Clock::time_point judgedAt;
   // Set while samples of a pause may still come.
   Clock::time_point caughtUpAt;
   bool hasBegun = false;
   bool isInterrupted = false;
+  // Samples are cut off that are still too many.
+  bool owesACut = false;
 };
 
 }  // namespace quenlor::platform::pulse

@@ -31,6 +31,7 @@ PulseCaptureStream::PulseCaptureStream(PulseConnection& streamConnection, const 
   const pa_buffer_attr buffering = bufferingFor(spec);
   unsigned flags = PA_STREAM_ADJUST_LATENCY;
   if (isAtRest) flags |= PA_STREAM_START_CORKED;
+  if (connection.canPinStreams()) flags |= PA_STREAM_DONT_MOVE;
   if (pa_stream_connect_record(stream.get(), sourceName.c_str(), &buffering,
                                static_cast<pa_stream_flags_t>(flags)) < 0)
     throw PlatformError(connection.lastError());
@@ -99,8 +100,8 @@ void PulseCaptureStream::stateChanged(pa_stream*, void* captureStream) {
   if (self.hasEnded()) self.listener.streamEnded(self, self.connection.lastError());
 }
 
-/// Where a device goes away, the server may take its stream to one of the other kind, a
-/// microphone's to a monitor. (To forbid all moves is no way out: PipeWire then refuses streams.)
+/// Where it may, the server takes the stream of a device that goes away to one of the other kind, a
+/// microphone's to a monitor.
 void PulseCaptureStream::moved(pa_stream* stream, void* captureStream) {
   auto& self = *static_cast<PulseCaptureStream*>(captureStream);
   const char* const device = pa_stream_get_device_name(stream);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <pulse/error.h>
+#include <pulse/introspect.h>
 #include <pulse/proplist.h>
 
 namespace quenlor::platform::pulse {
@@ -71,6 +72,7 @@ void PulseConnection::reopen() {
 
 void PulseConnection::close() {
   ConnectionLock held(*this);
+  serverQuery.reset();
   serverContext.reset();
 }
 
@@ -78,12 +80,26 @@ void PulseConnection::stateChanged(pa_context*, void* connection) {
   auto& self = *static_cast<PulseConnection*>(connection);
   self.assertLocked();
   const bool hasEnded = !self.isGood();
-  if (self.isReady()) self.wasReady = true;
+  if (self.isReady()) {
+    self.wasReady = true;
+    self.askWhoServes();
+  }
   if (hasEnded && self.wasReady) {
     self.wasReady = false;
     self.trace("The sound server ended the connection: " + self.lastError());
   }
   if (self.stateListener && (hasEnded || self.isReady())) self.stateListener();
+}
+
+/// Before anything else is asked: answers come in the order of the questions.
+void PulseConnection::askWhoServes() {
+  isPulseAudio = false;
+  constexpr auto take = [](pa_context*, const pa_server_info* info, void* connection) {
+    auto& self = *static_cast<PulseConnection*>(connection);
+    self.assertLocked();
+    self.isPulseAudio = info != nullptr && std::string_view(info->server_name) == "pulseaudio";
+  };
+  serverQuery.reset(pa_context_get_server_info(context(), take, this));
 }
 
 void PulseConnection::serve() {

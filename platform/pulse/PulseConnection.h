@@ -55,6 +55,12 @@ class CAPABILITY("connection") PulseConnection {
   pa_context* context() REQUIRES(this) { return serverContext.get(); }
   bool isGood() REQUIRES(this) { return PA_CONTEXT_IS_GOOD(pa_context_get_state(context())); }
   bool isReady() REQUIRES(this) { return pa_context_get_state(context()) == PA_CONTEXT_READY; }
+
+  /// Whether the server leaves a stream where it is if asked to. PulseAudio does, and without that
+  /// takes streams along when the default device changes; PipeWire refuses streams that ask. Known
+  /// from the first answer to any other question on.
+  bool canPinStreams() REQUIRES(this) { return isPulseAudio; }
+
   pa_mainloop_api* loopInterface() { return pa_mainloop_get_api(mainloop.get()); }
 
   /// Has the callbacks run for what has come by now, without waiting. Does nothing where another
@@ -103,6 +109,7 @@ class CAPABILITY("connection") PulseConnection {
   void connect() REQUIRES(this);
   void close();
   void serveOnce(std::chrono::nanoseconds longest) REQUIRES(this);
+  void askWhoServes() REQUIRES(this);
   static void stateChanged(pa_context* context, void* connection);
 
   const TraceSink sink;
@@ -111,6 +118,8 @@ class CAPABILITY("connection") PulseConnection {
   const std::unique_ptr<pa_mainloop, MainloopEnder> mainloop;
   std::unique_ptr<pa_context, ContextCloser> serverContext GUARDED_BY(this);
   std::function<void()> stateListener GUARDED_BY(this);
+  Operation serverQuery GUARDED_BY(this);
+  bool isPulseAudio GUARDED_BY(this) = false;
   // Whether this connection has been ready and its end has not been told yet.
   bool wasReady GUARDED_BY(this) = false;
   std::chrono::steady_clock::time_point servedAt GUARDED_BY(this) = {};

@@ -45,8 +45,9 @@ def read_ready(process):
     return process.stdout.readline()
 
 
-def left_channel(recording):
-    return struct.unpack(f"<{(len(recording) - HEADER_SIZE) // 2}h", recording[HEADER_SIZE:])[::2]
+def channels(recording):
+    samples = struct.unpack(f"<{(len(recording) - HEADER_SIZE) // 2}h", recording[HEADER_SIZE:])
+    return samples[::2], samples[1::2]
 
 
 def fault_of_form(recording):
@@ -88,7 +89,7 @@ def fault_of_recording(recording):
     fault = fault_of_form(recording)
     if fault:
         return fault
-    left = left_channel(recording)
+    left, _ = channels(recording)
     if len(left) < SETTLED_FRAMES:
         return f"only {len(left)} frames"
     return fault_of_sound(left[len(left) // 2:][:MEASURED_FRAMES])

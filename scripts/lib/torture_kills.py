@@ -75,7 +75,7 @@ def check_remains(output, repair, recorded, phase):
     fault = torture.fault_of_form(content)
     if fault:
         return fault, recorded
-    left = torture.left_channel(content)
+    left, _ = torture.channels(content)
     missing = recorded - len(left) / torture.RATE
     if missing > LONGEST_LAG_SECONDS:
         return f"{missing:.3f} of {recorded:.3f} s missing", missing

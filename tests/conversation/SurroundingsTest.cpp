@@ -121,7 +121,7 @@ TEST_F(Surroundings, WorkingFolderMayBeGone) {
 }
 
 TEST_F(Surroundings, MayIncludeDescriptorsOfOthers) {
-  setUp += "exec 3<&0 4<&0 5>&1 6>&1 7>&2 8>&2 9>&2\n";
+  setUp += "for each in {3..62}; do eval \"exec $each<&$((each % 3))\"; done\n";
   expectRecording(recordUntil("stop\n"), output);
 }
 

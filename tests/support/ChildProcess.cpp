@@ -56,7 +56,7 @@ void readAvailable(FileHandle& pipe, std::string& text) {
 
 ChildProcess::ChildProcess(const std::vector<std::string>& command, const std::string& setUp) {
   std::signal(SIGPIPE, SIG_IGN);
-  std::vector<std::string> words = {"/bin/sh", "-c", setUp + "\nexec \"$@\"", "sh"};
+  std::vector<std::string> words = {"/bin/bash", "-c", setUp + "\nexec \"$@\"", "bash"};
   words.insert(words.end(), command.begin(), command.end());
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
