@@ -24,13 +24,13 @@ std::shared_ptr<PCMBuffer> PCMBuffer::create(const AudioFormat& format,
   try {
     // Not std::vector: whoever asks for a buffer fills it, so zeroing it first would be waste.
     std::unique_ptr<std::byte[]> memory(new std::byte[bytesPerBuffer * format.bufferCount()]);
-    return std::shared_ptr<PCMBuffer>(new PCMBuffer(format, frameCapacity, std::move(memory)));
+    return std::make_shared<PCMBuffer>(Key(), format, frameCapacity, std::move(memory));
   } catch (const std::bad_alloc&) {
     return nullptr;
   }
 }
 
-PCMBuffer::PCMBuffer(const AudioFormat& format, std::uint32_t frameCapacity,
+PCMBuffer::PCMBuffer(Key, const AudioFormat& format, std::uint32_t frameCapacity,
                      std::unique_ptr<std::byte[]> storage)
     : pcmFormat(format), capacity(frameCapacity), memory(std::move(storage)) {
   const std::uint32_t bytes = format.streamDescription().mBytesPerFrame * frameCapacity;
@@ -39,6 +39,7 @@ PCMBuffer::PCMBuffer(const AudioFormat& format, std::uint32_t frameCapacity,
   for (std::uint32_t i = 0; i < format.bufferCount(); ++i)
     buffers.push_back({channelsPerBuffer, bytes, memory.get() + std::size_t{bytes} * i});
   if (!format.isFloat32() || format.isInterleaved()) return;
+  channels.reserve(buffers.size());
   for (const AudioBuffer& buffer : buffers) channels.push_back(static_cast<float*>(buffer.mData));
 }
 

@@ -13,6 +13,9 @@ namespace quenlor::platform {
 /// Samples in one format, in memory of its own. Not safe for concurrent use; it is handed from one
 /// queue to the next through a shared pointer and used by one of them at a time.
 class PCMBuffer {
+  /// Only create() has one.
+  struct Key {};
+
  public:
   /// A buffer with room for frameCapacity frames, whose frameLength is 0 and whose byte sizes say
   /// the whole room. Nothing where the memory cannot be had, the format has no frame size, no
@@ -20,6 +23,8 @@ class PCMBuffer {
   /// initialised.
   static std::shared_ptr<PCMBuffer> create(const AudioFormat& format, std::uint32_t frameCapacity);
 
+  PCMBuffer(Key, const AudioFormat& format, std::uint32_t frameCapacity,
+            std::unique_ptr<std::byte[]> storage);
   PCMBuffer(const PCMBuffer&) = delete;
   PCMBuffer& operator=(const PCMBuffer&) = delete;
 
@@ -36,9 +41,6 @@ class PCMBuffer {
   std::span<float* const> floatChannelData() const { return channels; }
 
  private:
-  PCMBuffer(const AudioFormat& format, std::uint32_t frameCapacity,
-            std::unique_ptr<std::byte[]> storage);
-
   AudioFormat pcmFormat;
   std::uint32_t capacity;
   std::uint32_t length = 0;

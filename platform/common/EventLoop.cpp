@@ -32,13 +32,9 @@ class EventLoop::Engine {
     });
   }
 
-  void startPolling(Work newPoll, Clock::duration interval) EXCLUDES(pollMutex) {
-    {
-      MutexLock lock(pollMutex);
-      poll = std::move(newPoll);
-      pollInterval = interval;
-    }
-    asio::post(context, [this] { runPoll(); });
+  void startPolling(Work newPoll) EXCLUDES(pollMutex) {
+    MutexLock lock(pollMutex);
+    poll = std::move(newPoll);
   }
 
   void stopPolling() EXCLUDES(pollMutex) {
@@ -49,12 +45,7 @@ class EventLoop::Engine {
  private:
   void runPoll() EXCLUDES(pollMutex) {
     MutexLock lock(pollMutex);
-    if (!poll) return;
-    poll();
-    pollTimer.expires_after(pollInterval);
-    pollTimer.async_wait([this](const asio::error_code& error) {
-      if (!error) runPoll();
-    });
+    if (poll) poll();
   }
 
   void run() {
@@ -69,9 +60,6 @@ class EventLoop::Engine {
 
   Mutex pollMutex;
   Work poll GUARDED_BY(pollMutex);
-  Clock::duration pollInterval GUARDED_BY(pollMutex) = {};
-  // Only the loop's thread touches it.
-  asio::steady_timer pollTimer{context};
 
   asio::executor_work_guard<asio::io_context::executor_type> keepRunning;
   std::thread thread;
@@ -89,8 +77,8 @@ void EventLoop::postAt(Clock::time_point deadline, Work work) {
   engine->postAt(deadline, std::move(work));
 }
 
-void EventLoop::startPolling(Work poll, Clock::duration interval) {
-  engine->startPolling(std::move(poll), interval);
+void EventLoop::startPolling(Work poll) {
+  engine->startPolling(std::move(poll));
 }
 
 void EventLoop::stopPolling() {

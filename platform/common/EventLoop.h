@@ -33,9 +33,8 @@ class EventLoop {
   void postAt(Clock::time_point deadline, Work work);
 
   /// From now on runs poll on the loop's thread at each deadline, before the work that was posted
-  /// for it, and by itself only where there was no deadline for the given interval: work that comes
-  /// at no certain time costs no wake-up of its own. Called once at most.
-  void startPolling(Work poll, Clock::duration interval);
+  /// for it: work that comes at no certain time costs no wake-up of its own. Called once at most.
+  void startPolling(Work poll);
 
   /// Once this has returned, poll is not called any more. Not to be called by poll itself.
   void stopPolling();

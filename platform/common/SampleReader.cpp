@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <type_traits>
 
 namespace quenlor::platform {
 
@@ -13,6 +14,7 @@ static_assert(std::endian::native == std::endian::little);
 // The sample formats: how many bytes each takes, and what these bytes come to.
 
 struct Float32 {
+  static constexpr std::size_t size = 4;
   static float decode(const std::byte* bytes) {
     float value;
     std::memcpy(&value, bytes, sizeof value);
@@ -21,6 +23,7 @@ struct Float32 {
 };
 
 struct Float64 {
+  static constexpr std::size_t size = 8;
   static float decode(const std::byte* bytes) {
     double value;
     std::memcpy(&value, bytes, sizeof value);
@@ -29,6 +32,7 @@ struct Float64 {
 };
 
 struct Int16 {
+  static constexpr std::size_t size = 2;
   static float decode(const std::byte* bytes) {
     std::int16_t value;
     std::memcpy(&value, bytes, sizeof value);
@@ -37,6 +41,7 @@ struct Int16 {
 };
 
 struct Int24 {
+  static constexpr std::size_t size = 3;
   static float decode(const std::byte* bytes) {
     // Into the upper three bytes, so that the sign is where it belongs.
     std::int32_t value = 0;
@@ -46,6 +51,7 @@ struct Int24 {
 };
 
 struct Int32 {
+  static constexpr std::size_t size = 4;
   static float decode(const std::byte* bytes) {
     std::int32_t value;
     std::memcpy(&value, bytes, sizeof value);
@@ -55,7 +61,15 @@ struct Int32 {
 
 template <typename Sample>
 void decodeAll(const std::byte* first, std::size_t stride, float* target, std::size_t count) {
-  for (std::size_t i = 0; i < count; ++i) target[i] = Sample::decode(first + i * stride);
+  const auto decode = [=](auto distance) {
+    for (std::size_t i = 0; i < count; ++i) target[i] = Sample::decode(first + i * distance);
+  };
+  // The usual case at a distance that the compiler knows, so that it reads several at a time.
+  constexpr std::integral_constant<std::size_t, 2 * Sample::size> stereo;
+  if (stride == stereo)
+    decode(stereo);
+  else
+    decode(stride);
 }
 
 }  // namespace

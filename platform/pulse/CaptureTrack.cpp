@@ -150,8 +150,7 @@ void CaptureTrack::samplesCame(PulseCaptureStream& teller) {
     timeline.interrupt();
   }
   const std::size_t before = samples.size();
-  samples.resize(before + stream->readable());
-  samples.resize(before + stream->read({samples.data() + before, samples.size() - before}));
+  stream->read(samples);
   const auto length = timeOf(samples.size() - before);
   if (length == 0us) return;
   const auto correction = timeline.place(Clock::now(), length);

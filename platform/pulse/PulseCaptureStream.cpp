@@ -1,8 +1,5 @@
 #include "platform/pulse/PulseCaptureStream.h"
 
-#include <algorithm>
-#include <cstring>
-
 namespace quenlor::platform::pulse {
 namespace {
 
@@ -71,27 +68,17 @@ bool PulseCaptureStream::adopt(const std::string& sourceName) {
   return !hasEnded();
 }
 
-std::size_t PulseCaptureStream::readable() const {
-  const std::size_t bytes = pa_stream_readable_size(stream.get());
-  return bytes == static_cast<std::size_t>(-1) ? 0 : bytes;
-}
-
-std::size_t PulseCaptureStream::read(std::span<std::byte> room) {
-  std::size_t done = 0;
-  while (done < room.size()) {
-    const void* data = nullptr;
-    std::size_t bytes = 0;
-    if (pa_stream_peek(stream.get(), &data, &bytes) < 0 || bytes == 0) break;
-    // What was readable before the loop cannot have grown: only serving the connection adds to it.
-    std::byte* const to = room.data() + done;
-    if (data == nullptr)
-      std::fill_n(to, bytes, std::byte{0});  // A hole: the server lost samples of this length.
+void PulseCaptureStream::read(std::vector<std::byte>& samples) {
+  const void* data = nullptr;
+  std::size_t bytes = 0;
+  while (pa_stream_peek(stream.get(), &data, &bytes) >= 0 && bytes > 0) {
+    const auto* const first = static_cast<const std::byte*>(data);
+    if (first == nullptr)
+      samples.resize(samples.size() + bytes);  // A hole: the server lost samples of this length.
     else
-      std::memcpy(to, data, bytes);
+      samples.insert(samples.end(), first, first + bytes);
     pa_stream_drop(stream.get());
-    done += bytes;
   }
-  return done;
 }
 
 void PulseCaptureStream::stateChanged(pa_stream*, void* captureStream) {

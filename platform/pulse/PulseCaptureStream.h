@@ -7,8 +7,8 @@
 #include <memory>
 #include <pulse/channelmap.h>
 #include <pulse/stream.h>
-#include <span>
 #include <string>
+#include <vector>
 
 namespace quenlor::platform::pulse {
 
@@ -60,11 +60,8 @@ class PulseCaptureStream {
   /// name. What has come from there can be read then.
   bool adopt(const std::string& sourceName);
 
-  /// How many bytes have come and were not read.
-  std::size_t readable() const;
-
-  /// Reads as much as there is, at most what was readable. Gives the count of bytes.
-  std::size_t read(std::span<std::byte> room);
+  /// Appends what has come and was not read.
+  void read(std::vector<std::byte>& samples);
 
  private:
   struct Disconnecter {

@@ -11,23 +11,20 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = EventLoop::Clock;
 
-// A little more than the mixer's interval, so that a recording's ticks have the connection served.
-constexpr auto servingInterval = 25ms;
-
-// Before anybody could think that the server has gone silent.
+// Usually a recording's ticks have the connection served. Where there are none, somebody has to
+// before anyone could think that the server has gone silent, and then as often as they would.
 constexpr auto standbyInterval = 200ms;
+constexpr auto servingInterval = 20ms;
 
 }  // namespace
 
 PulsePlatform::Server::Server(const TraceSink& trace, EventLoop& queueLoop)
     : connection(trace), loop(queueLoop), servedAt(Clock::now()) {
   standBy();
-  loop.startPolling(
-      [this] {
-        connection.serve();
-        servedAt = Clock::now();
-      },
-      servingInterval);
+  loop.startPolling([this] {
+    connection.serve();
+    servedAt = Clock::now();
+  });
 }
 
 PulsePlatform::Server::~Server() {

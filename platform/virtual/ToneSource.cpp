@@ -1,10 +1,10 @@
 #include "platform/virtual/ToneSource.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <numbers>
 #include <numeric>
-#include <span>
 
 namespace quenlor::platform::virtualhost {
 
@@ -31,14 +31,16 @@ void ToneSource::fill(AudioBufferList buffers, std::uint64_t firstFrame, bool si
   std::uint32_t firstChannel = 0;
   for (const AudioBuffer& buffer : buffers) {
     const std::size_t stride = buffer.mNumberChannels;
-    const std::span samples(static_cast<float*>(buffer.mData),
-                            buffer.mDataByteSize / sizeof(float));
+    auto* const samples = static_cast<float*>(buffer.mData);
+    const std::size_t frames = buffer.mDataByteSize / (sizeof(float) * stride);
     for (std::size_t channel = 0; channel < stride; ++channel) {
       const bool sounds = !silent && (settings.toneChannels >> (firstChannel + channel) & 1) != 0;
-      std::size_t phase = firstFrame % period.size();
-      for (std::size_t i = channel; i < samples.size(); i += stride) {
-        samples[i] = sounds ? period[phase] : 0.0F;
-        if (++phase == period.size()) phase = 0;
+      for (std::size_t frame = 0; frame < frames;) {
+        const std::size_t phase = (firstFrame + frame) % period.size();
+        const std::size_t run = std::min(frames - frame, period.size() - phase);
+        float* const target = samples + frame * stride + channel;
+        for (std::size_t i = 0; i < run; ++i) target[i * stride] = sounds ? period[phase + i] : 0;
+        frame += run;
       }
     }
     firstChannel += buffer.mNumberChannels;

@@ -6,6 +6,20 @@
 
 namespace quenlor {
 
+namespace {
+
+/// count samples, and silence up to length.
+std::vector<float> paddedCopy(std::vector<float>::const_iterator samples, std::int64_t count,
+                              std::int64_t length) {
+  std::vector<float> copy;
+  copy.reserve(static_cast<std::size_t>(length));
+  copy.assign(samples, samples + count);
+  copy.resize(static_cast<std::size_t>(length));
+  return copy;
+}
+
+}  // namespace
+
 void SampleBacklog::append(const platform::PCMBuffer& buffer) {
   const std::span<float* const> channels = buffer.floatChannelData();
   if (channels.empty()) return;
@@ -20,12 +34,11 @@ void SampleBacklog::append(const platform::PCMBuffer& buffer) {
 
 StereoSamples SampleBacklog::consume(std::int64_t frameCount) {
   if (frameCount < 1) return {};
-  const auto wanted = static_cast<std::size_t>(frameCount);
-  StereoSamples samples{std::vector<float>(wanted), std::vector<float>(wanted)};
   const std::int64_t taken = std::min(availableFrames(), frameCount);
-  if (taken < 1) return samples;
-  std::copy_n(left.begin() + readIndex, taken, samples.left.begin());
-  std::copy_n(right.begin() + readIndex, taken, samples.right.begin());
+  const auto next = [&](const std::vector<float>& channel) {
+    return paddedCopy(channel.begin() + readIndex, taken, frameCount);
+  };
+  StereoSamples samples{next(left), next(right)};
   readIndex += taken;
   compactIfNeeded();
   return samples;
