@@ -14,7 +14,9 @@ namespace quenlor::platform {
 /// queue to the next through a shared pointer and used by one of them at a time.
 class PCMBuffer {
   /// Only create() has one.
-  struct Key {};
+  struct Key {
+    explicit Key() = default;
+  };
 
  public:
   /// A buffer with room for frameCapacity frames, whose frameLength is 0 and whose byte sizes say

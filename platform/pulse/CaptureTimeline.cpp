@@ -9,11 +9,16 @@ namespace {
 using namespace std::chrono_literals;
 
 // After an interruption a server may send at once what it had kept, or pause again, so the clock
-// rules for a while. Samples may come late, but the next ones make up for that: so they lack only
-// what lacks whenever they come for some time, and none can be early.
+// rules for a while. Samples may come late, but the next ones make up for that, and none can be
+// early: so the earliest tell what lacks or is too much, and after some time of them it is put
+// right, at once only where it is far too much.
 constexpr auto settlingTime = 1s;
 constexpr auto judgingTime = 250ms;
+constexpr auto precision = 10ms;
 constexpr auto tolerance = 30ms;
+
+// Samples that come later than this are rather lost.
+constexpr CaptureTimeline::Duration mostLateness = 60ms;
 
 // After a pause of this program's own, a server hands over what it kept, ten seconds at most, at
 // several times its usual pace.
@@ -41,39 +46,53 @@ CaptureTimeline::Duration CaptureTimeline::place(Clock::time_point now, Duration
   since = now;
   if (std::exchange(isInterrupted, false)) {
     caughtUpAt = {};
-    settledAt = now + settlingTime;
-    return correct(now, owed, length);
+    beginSettling(now);
+    return correct(owed, length);
   }
-  if (caughtUpAt != Clock::time_point()) return catchUp(now);
-  if (now < settledAt) return settle(now, length);
-  owed = {};
+  if (caughtUpAt != Clock::time_point()) {
+    // What was kept for this program comes bit by bit; what still lacks in the end was lost.
+    if (now < caughtUpAt) return {};
+    caughtUpAt = {};
+    beginSettling(now);
+  }
+  if (isSettling) return settle(now, length);
+  noteLateness(length);
   return {};
 }
 
-/// What was kept for this program while it could not run comes bit by bit; what is still missing in
-/// the end was lost.
-CaptureTimeline::Duration CaptureTimeline::catchUp(Clock::time_point now) {
-  if (now < caughtUpAt) return {};
-  caughtUpAt = {};
-  const Duration lost = std::exchange(owed, {});
-  return lost > tolerance ? lost : Duration::zero();
+/// By how much these samples came later than the earliest do: after an interruption that is owed as
+/// well. No device's clock is off by as much as the lateness that is forgiven.
+void CaptureTimeline::noteLateness(Duration length) {
+  constexpr int forgiven = 1000;
+  owed = hasBegun ? std::clamp(owed - length / forgiven, Duration::zero(), mostLateness)
+                  : Duration::zero();
+}
+
+void CaptureTimeline::beginSettling(Clock::time_point now) {
+  isSettling = true;
+  settledAt = now + settlingTime;
+  leastOwed = Duration::max();
 }
 
 CaptureTimeline::Duration CaptureTimeline::settle(Clock::time_point now, Duration length) {
+  if (leastOwed == Duration::max()) judgedAt = now + judgingTime;
   leastOwed = std::min(leastOwed, owed);
   const bool isCutting = std::exchange(owesACut, false);
-  if (owed < (isCutting ? Duration::zero() : -tolerance)) return correct(now, owed, length);
+  const bool isTooMuch = owed < (isCutting ? Duration::zero() : -tolerance);
+  if (isTooMuch && standingIn > Duration::zero()) return correct(owed, length);
   if (now < judgedAt) return {};
-  return correct(now, leastOwed > tolerance ? leastOwed : Duration::zero(), length);
+  const bool isWrong = std::chrono::abs(leastOwed) > precision;
+  isSettling = now < settledAt;
+  if (!isSettling) standingIn = {};
+  return correct(isWrong ? leastOwed : Duration::zero(), length);
 }
 
 /// Also begins to judge anew.
-CaptureTimeline::Duration CaptureTimeline::correct(Clock::time_point now, Duration due,
-                                                   Duration length) {
-  const Duration correction = std::max(due, -length);
+CaptureTimeline::Duration CaptureTimeline::correct(Duration due, Duration length) {
+  const Duration correction = std::max({due, -length, -standingIn});
   owed -= correction;
+  standingIn += correction;
   owesACut = correction > due;
-  judgedAt = now + judgingTime;
   leastOwed = Duration::max();
   return correction;
 }
@@ -86,7 +105,8 @@ CaptureTimeline::Duration CaptureTimeline::fill(Clock::time_point now) {
 }
 
 CaptureTimeline::Duration CaptureTimeline::finish(Clock::time_point now) {
-  return isInterrupted ? pay(dueAt(now)) : Duration::zero();
+  const bool isShort = isInterrupted || caughtUpAt != Clock::time_point();
+  return isShort ? pay(dueAt(now)) : Duration::zero();
 }
 
 CaptureTimeline::Duration CaptureTimeline::dueAt(Clock::time_point time) const {
@@ -96,6 +116,7 @@ CaptureTimeline::Duration CaptureTimeline::dueAt(Clock::time_point time) const {
 CaptureTimeline::Duration CaptureTimeline::pay(Duration due) {
   if (due <= Duration::zero()) return {};
   owed -= due;
+  standingIn += due;
   return due;
 }
 

@@ -35,15 +35,17 @@ class CaptureTimeline {
   Duration finish(Clock::time_point now);
 
  private:
-  Duration catchUp(Clock::time_point now);
+  void noteLateness(Duration length);
+  void beginSettling(Clock::time_point now);
   Duration settle(Clock::time_point now, Duration length);
-  Duration correct(Clock::time_point now, Duration due, Duration length);
+  Duration correct(Duration due, Duration length);
   Duration dueAt(Clock::time_point time) const;
   Duration pay(Duration due);
 
   // Since when time counts as owed, and how much was owed then; negative where too much was given.
   Clock::time_point since;
   Duration owed{};
+  bool isSettling = false;
   Clock::time_point settledAt;
   // The least that was owed at any arrival since the last correction, and when that counts.
   Duration leastOwed{};
@@ -52,6 +54,8 @@ class CaptureTimeline {
   Clock::time_point caughtUpAt;
   bool hasBegun = false;
   bool isInterrupted = false;
+  // The silence of this interruption: more than that is never cut off.
+  Duration standingIn{};
   // Samples are cut off that are still too many.
   bool owesACut = false;
 };

@@ -97,7 +97,8 @@ void PulseConnection::askWhoServes() {
   constexpr auto take = [](pa_context*, const pa_server_info* info, void* connection) {
     auto& self = *static_cast<PulseConnection*>(connection);
     self.assertLocked();
-    self.isPulseAudio = info != nullptr && std::string_view(info->server_name) == "pulseaudio";
+    const char* const name = info != nullptr ? info->server_name : nullptr;
+    self.isPulseAudio = name != nullptr && std::string_view(name) == "pulseaudio";
   };
   serverQuery.reset(pa_context_get_server_info(context(), take, this));
 }

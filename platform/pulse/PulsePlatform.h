@@ -54,7 +54,7 @@ class PulsePlatform final : public AudioPlatform, private CaptureDevice {
 
     EventLoop& loop;
     std::atomic<EventLoop::Clock::time_point> servedAt;
-    // Runs standBy(), for while the other loop's thread waits for a slow disk.
+    // Runs standBy(), for while there are no ticks, or a slow disk holds them up.
     EventLoop standbyLoop;
   };
 

@@ -44,7 +44,10 @@ def play(microphone, begin):
         players.append((player, samples.tobytes()))
     played = time.monotonic()
     for player, samples in players:
-        player.communicate(samples)
+        player.stdin.write(samples)
+        player.stdin.close()
+    for player, _ in players:
+        player.wait()
     time.sleep(max(0, played + PAUSE - time.monotonic()))
     return played - begin
 

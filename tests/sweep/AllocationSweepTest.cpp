@@ -14,18 +14,19 @@ namespace {
 
 class AllocationSweep : public Conversation {
  protected:
-  Outcome recordWithFailure(std::size_t allocation) {
+  Outcome runWithFailure(std::size_t allocation) {
     setUp = "export QUENLOR_FAILING_ALLOCATION=" + std::to_string(allocation) + "\n" + setUpForAll;
-    return converse(startLine() + "stop\n");
+    return converse(input);
   }
 
   const std::string setUpForAll = setUp;
+  std::string input = startLine() + "stop\n";
 
   /// The control thread also runs work that queues leave to it, now more, now less.
   std::size_t mostAllocations() {
     std::size_t most = 0;
     for (int run = 0; run < 3; ++run)
-      most = std::max(most, std::stoul(linesOf(recordWithFailure(0).errors).back()));
+      most = std::max(most, std::stoul(linesOf(runWithFailure(0).errors).back()));
     return most;
   }
 };
@@ -35,7 +36,7 @@ TEST_F(AllocationSweep, EndsTheRunWithAMessageAndWithoutAFile) {
   std::size_t errors = 0;
   for (std::size_t allocation = 1; allocation <= count; ++allocation) {
     SCOPED_TRACE("allocation " + std::to_string(allocation));
-    const Outcome run = recordWithFailure(allocation);
+    const Outcome run = runWithFailure(allocation);
     if (run.status == 0) {
       expectRecording(run, output);
     } else {
@@ -51,6 +52,17 @@ TEST_F(AllocationSweep, EndsTheRunWithAMessageAndWithoutAFile) {
   }
   EXPECT_GT(errors, count / 4) << "only the trace's allocations can be done without";
   std::printf("count allocations-failed %zu\n", count);
+}
+
+TEST_F(AllocationSweep, OfABrokenRequestEndsWithAMessageToo) {
+  input = R"({"mode":[{"members":["of","members"]},2],"title":"a title beyond the short ones)"
+          "\n";
+  const std::size_t count = mostAllocations();
+  for (std::size_t allocation = 1; allocation <= count; ++allocation) {
+    SCOPED_TRACE("allocation " + std::to_string(allocation));
+    expectFailure(runWithFailure(allocation), "");
+  }
+  std::printf("count allocations-failed-in-a-broken-request %zu\n", count);
 }
 
 }  // namespace

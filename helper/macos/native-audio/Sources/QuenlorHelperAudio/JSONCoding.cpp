@@ -2,7 +2,11 @@
 
 #include <cmath>
 #include <cstddef>
+#include <map>
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <utility>
+#include <variant>
 
 namespace quenlor {
 
@@ -34,82 +38,122 @@ JSONDecodingError invalid(const std::string& why) {
   return JSONDecodingError("The message is not valid JSON: " + why);
 }
 
-/// Refuses deep nesting while parsing, before memory is spent on it. depth counts what encloses the
-/// value.
-bool checkDepth(int depth, nlohmann::json::parse_event_t /*event*/, nlohmann::json& /*parsed*/) {
-  if (depth >= maximumDepth) throw invalid("it is nested too deeply.");
-  return true;
-}
+/// What a member holds; nothing stands for what nobody asks for: null, truth values, arrays,
+/// objects.
+using Value = std::variant<std::monostate, std::string, double, std::uint64_t>;
+using Members = std::map<std::string, Value>;
 
-nlohmann::json parse(std::string_view text) {
-  // The library takes a NUL for the end of its input and would overlook what follows.
-  if (text.find('\0') != std::string_view::npos) throw invalid("it holds a NUL byte.");
-  try {
-    return nlohmann::json::parse(text, checkDepth);
-  } catch (const nlohmann::json::exception& error) {
+/// Takes the events of parsing, and keeps the members of the outermost object alone. A document of
+/// the library's takes memory when it is released, and ends the program where there is none.
+class MemberReader final : public nlohmann::json_sax<nlohmann::json> {
+ public:
+  /// The members, or nothing where the text was no object.
+  std::optional<Members> members;
+
+  bool null() override { return keep({}); }
+  bool boolean(bool) override { return keep({}); }
+  bool number_integer(std::int64_t number) override { return keep(static_cast<double>(number)); }
+  bool number_unsigned(std::uint64_t number) override { return keep(number); }
+  bool number_float(double number, const std::string&) override { return keep(number); }
+  bool string(std::string& text) override { return keep(std::move(text)); }
+  bool binary(nlohmann::json::binary_t&) override { return keep({}); }
+  bool start_array(std::size_t) override { return keep({}) && enter(); }
+  bool end_array() override { return leave(); }
+  bool end_object() override { return leave(); }
+
+  bool start_object(std::size_t) override {
+    if (depth == 0) members.emplace();
+    return keep({}) && enter();
+  }
+
+  bool key(std::string& text) override {
+    if (depth == 1) latestKey = std::move(text);
+    return true;
+  }
+
+  [[noreturn]] bool parse_error(std::size_t, const std::string&,
+                                const nlohmann::json::exception& error) override {
     throw invalid(reason(error));
   }
+
+ private:
+  /// Refuses deep nesting before memory is spent on it.
+  bool keep(Value value) {
+    if (depth >= maximumDepth) throw invalid("it is nested too deeply.");
+    if (depth == 1 && members) (*members)[latestKey] = std::move(value);
+    return true;
+  }
+
+  bool enter() {
+    ++depth;
+    return true;
+  }
+
+  bool leave() {
+    --depth;
+    return true;
+  }
+
+  int depth = 0;
+  std::string latestKey;
+};
+
+Members parse(std::string_view text) {
+  // The library takes a NUL for the end of its input and would overlook what follows.
+  if (text.find('\0') != std::string_view::npos) throw invalid("it holds a NUL byte.");
+  MemberReader reader;
+  nlohmann::json::sax_parse(text, &reader);
+  if (!reader.members) throw JSONDecodingError("The message is not a JSON object.");
+  return std::move(*reader.members);
 }
 
-/// Takes all members out, from the innermost on: the library's destructor takes memory where there
-/// are any, and ends the program without it. (What it had read of a text that turns out invalid, it
-/// releases in its own way.) checkDepth() has bounded the recursion.
-void removeMembers(nlohmann::json& value) {
-  if (!value.is_structured()) return;
-  for (nlohmann::json& member : value) removeMembers(member);
-  value.clear();
+[[noreturn]] void refuse(const std::string& key, const char* wanted) {
+  throw JSONDecodingError("The value of the key \"" + key + "\" is not " + wanted + ".");
 }
 
 }  // namespace
 
 struct JSONObject::Document {
-  explicit Document(std::string_view text) : json(parse(text)) {}
-  ~Document() { removeMembers(json); }
-  Document(const Document&) = delete;
-  Document& operator=(const Document&) = delete;
+  Members members;
 
-  nlohmann::json json;
-
-  const nlohmann::json& member(const std::string& key) const {
-    const auto found = json.find(key);
-    if (found == json.end())
+  const Value& member(const std::string& key) const {
+    const auto found = members.find(key);
+    if (found == members.end())
       throw JSONDecodingError("The message has no value for the key \"" + key + "\".");
-    return *found;
-  }
-
-  [[noreturn]] static void refuse(const std::string& key, const char* wanted) {
-    throw JSONDecodingError("The value of the key \"" + key + "\" is not " + wanted + ".");
+    return found->second;
   }
 };
 
-JSONObject::JSONObject(std::string_view text) : document(std::make_unique<Document>(text)) {
-  if (!document->json.is_object()) throw JSONDecodingError("The message is not a JSON object.");
-}
+JSONObject::JSONObject(std::string_view text)
+    : document(std::make_unique<Document>(Document{parse(text)})) {}
 
 JSONObject::~JSONObject() = default;
 
 std::string JSONObject::string(const std::string& key) const {
-  const nlohmann::json& value = document->member(key);
-  if (!value.is_string()) Document::refuse(key, "a string");
-  return value.get<std::string>();
+  const auto* const text = std::get_if<std::string>(&document->member(key));
+  if (text == nullptr) refuse(key, "a string");
+  return *text;
 }
 
 double JSONObject::number(const std::string& key) const {
-  const nlohmann::json& value = document->member(key);
-  if (!value.is_number()) Document::refuse(key, "a number");
-  return value.get<double>();
+  const Value& value = document->member(key);
+  if (const auto* const number = std::get_if<double>(&value)) return *number;
+  if (const auto* const number = std::get_if<std::uint64_t>(&value))
+    return static_cast<double>(*number);
+  refuse(key, "a number");
 }
 
 std::uint64_t JSONObject::unsignedInteger(const std::string& key) const {
-  const nlohmann::json& value = document->member(key);
-  if (!value.is_number_unsigned()) Document::refuse(key, "an unsigned integer");
-  return value.get<std::uint64_t>();
+  const auto* const number = std::get_if<std::uint64_t>(&document->member(key));
+  if (number == nullptr) refuse(key, "an unsigned integer");
+  return *number;
 }
 
 struct JSONEncoder::Document {
   nlohmann::ordered_json json = nlohmann::ordered_json::object();
 
-  ~Document() { json.clear(); }  // As above; no member has members of its own.
+  // Its destructor would take memory, as above, if it had members.
+  ~Document() { json.clear(); }
 };
 
 JSONEncoder::JSONEncoder() : document(std::make_unique<Document>()) {}

@@ -27,13 +27,12 @@ std::int16_t encodeSample(float sample) {
   return static_cast<std::int16_t>(encoded(sample));
 }
 
-std::vector<std::uint32_t> encodeFrames(std::span<const float> left, std::span<const float> right) {
+void encodeFrames(std::span<const float> left, std::span<const float> right,
+                  std::span<std::uint32_t> frames) {
   static_assert(std::endian::native == std::endian::little);
-  std::vector<std::uint32_t> frames(left.size());
   for (std::size_t i = 0; i < frames.size(); ++i)
     frames[i] = (static_cast<std::uint32_t>(encoded(right[i])) << 16) |
                 (static_cast<std::uint32_t>(encoded(left[i])) & 0xFFFF);
-  return frames;
 }
 
 }  // namespace quenlor

@@ -102,9 +102,10 @@ void WaveWriter::append(const std::vector<float>& left, const std::vector<float>
   const auto count = static_cast<std::size_t>(frames);
   if (count > left.size() || count > right.size()) throw WaveWriterError::invalidTargetFormat();
 
-  const std::vector<std::uint32_t> stored =
-      encodeFrames({left.data(), count}, {right.data(), count});
-  const std::span<const std::byte> bytes = std::as_bytes(std::span(stored));
+  if (stored.size() < count) stored.resize(count);
+  const std::span encoded(stored.data(), count);
+  encodeFrames({left.data(), count}, {right.data(), count}, encoded);
+  const std::span<const std::byte> bytes = std::as_bytes(encoded);
   attempting("Writing to", outputURL, [&] { handle.write(bytes); });
   dataByteCount += bytes.size();
   frameCount += count;

@@ -67,6 +67,8 @@ class WaveWriter final {
   bool didFinalize = false;
   std::uint64_t dataByteCount = 0;
   std::uint64_t frameCount = 0;
+  // The frames of one append(); kept for its memory.
+  std::vector<std::uint32_t> stored;
   dev_t device = 0;
   ino_t inode = 0;
 };
