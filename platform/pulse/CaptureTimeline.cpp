@@ -47,6 +47,7 @@ CaptureTimeline::Duration CaptureTimeline::place(Clock::time_point now, Duration
   if (std::exchange(isInterrupted, false)) {
     caughtUpAt = {};
     beginSettling(now);
+    standingIn = std::max(standingIn, -owed);  // A stream that takes over may repeat some.
     return correct(owed, length);
   }
   if (caughtUpAt != Clock::time_point()) {
@@ -82,9 +83,10 @@ CaptureTimeline::Duration CaptureTimeline::settle(Clock::time_point now, Duratio
   if (isTooMuch && standingIn > Duration::zero()) return correct(owed, length);
   if (now < judgedAt) return {};
   const bool isWrong = std::chrono::abs(leastOwed) > precision;
+  const Duration correction = correct(isWrong ? leastOwed : Duration::zero(), length);
   isSettling = now < settledAt;
   if (!isSettling) standingIn = {};
-  return correct(isWrong ? leastOwed : Duration::zero(), length);
+  return correction;
 }
 
 /// Also begins to judge anew.

@@ -54,7 +54,7 @@ class CaptureTimeline {
   Clock::time_point caughtUpAt;
   bool hasBegun = false;
   bool isInterrupted = false;
-  // The silence of this interruption: more than that is never cut off.
+  // The silence of this interruption, or what came twice: more than that is never cut off.
   Duration standingIn{};
   // Samples are cut off that are still too many.
   bool owesACut = false;

@@ -1,5 +1,5 @@
-// Memory that ends: every allocation of the control thread fails in turn, from the first line of
-// main() to the result line.
+// Memory that ends: every allocation of the control thread fails in turn, from before main() to the
+// end.
 
 #include "tests/conversation/Conversation.h"
 #include "tests/support/WaveFile.h"
@@ -58,6 +58,7 @@ TEST_F(AllocationSweep, OfABrokenRequestEndsWithAMessageToo) {
   input = R"({"mode":[{"members":["of","members"]},2],"title":"a title beyond the short ones)"
           "\n";
   const std::size_t count = mostAllocations();
+  ASSERT_GT(count, 0U);
   for (std::size_t allocation = 1; allocation <= count; ++allocation) {
     SCOPED_TRACE("allocation " + std::to_string(allocation));
     expectFailure(runWithFailure(allocation), "");

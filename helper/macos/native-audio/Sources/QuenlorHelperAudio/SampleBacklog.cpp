@@ -8,13 +8,13 @@ namespace quenlor {
 
 namespace {
 
-/// count samples, and silence up to length.
-std::vector<float> paddedCopy(std::vector<float>::const_iterator samples, std::int64_t count,
-                              std::int64_t length) {
+/// The samples that are taken, and silence up to frameCount.
+std::vector<float> paddedCopy(std::vector<float>::const_iterator samples, std::int64_t taken,
+                              std::int64_t frameCount) {
   std::vector<float> copy;
-  copy.reserve(static_cast<std::size_t>(length));
-  copy.assign(samples, samples + count);
-  copy.resize(static_cast<std::size_t>(length));
+  copy.reserve(static_cast<std::size_t>(frameCount));
+  copy.assign(samples, samples + taken);
+  copy.resize(static_cast<std::size_t>(frameCount));
   return copy;
 }
 
