@@ -8,7 +8,8 @@ namespace quenlor::platform::pulse {
 /// silence stands for lost time, and how much of what comes late is too much.
 ///
 /// While samples come, they are the clock: a device's clock departs from the system's by hundreds
-/// of millionths, so times are only ever compared with the last arrival before an interruption.
+/// of millionths, so times are only ever compared with those of the arrivals just before an
+/// interruption.
 class CaptureTimeline {
  public:
   using Clock = std::chrono::steady_clock;

@@ -252,7 +252,7 @@ TEST_F(ServerRemoval, OutputIsReplacedByTheNextDefault) {
   runPactl({"set-default-sink", "headphones"});
   std::this_thread::sleep_for(2s);
   stop();
-  EXPECT_LE(total(system), 2 * longestSwitch) << describe(system) << errors;
+  EXPECT_LE(total(system), longestSwitch) << describe(system) << errors;
   EXPECT_EQ(countLines(errors, "System audio comes from headphones.monitor now"), 1u) << errors;
   EXPECT_EQ(countLines(errors, "The microphone comes"), 0u) << errors;
 }
