@@ -13,13 +13,10 @@ class EventLoop::Engine {
  public:
   Engine() : keepRunning(asio::make_work_guard(context)), thread([this] { run(); }) {}
 
-  ~Engine() {
+  void stop() {
     context.stop();
-    thread.join();
+    if (thread.joinable()) thread.join();
   }
-
-  Engine(const Engine&) = delete;
-  Engine& operator=(const Engine&) = delete;
 
   void post(Work work) { asio::post(context, std::move(work)); }
 
@@ -50,7 +47,7 @@ class EventLoop::Engine {
 
   void run() {
     context.run();
-    // Stopped: go on with what is ready, and with what that posts in turn, but wait for nothing.
+    // After stop(), run the work that is ready, and what it posts, without waiting.
     context.restart();
     context.poll();
   }
@@ -67,7 +64,15 @@ class EventLoop::Engine {
 
 EventLoop::EventLoop() : engine(std::make_unique<Engine>()) {}
 
-EventLoop::~EventLoop() = default;
+// Some libraries' unique_ptr is null by the time it destroys its object. The work that the thread
+// still runs may post, and needs the pointer.
+EventLoop::~EventLoop() {
+  stop();
+}
+
+void EventLoop::stop() {
+  engine->stop();
+}
 
 void EventLoop::post(Work work) {
   engine->post(std::move(work));

@@ -15,8 +15,8 @@ using Clock = EventLoop::Clock;
 
 class QueueTimer::State : public std::enable_shared_from_this<State> {
  public:
-  State(EventLoop& eventLoop, std::shared_ptr<DispatchQueue> handlerQueue)
-      : loop(eventLoop), queue(std::move(handlerQueue)) {}
+  State(EventLoop& eventLoop, std::shared_ptr<DispatchQueue> handlerQueue, IsBehind handlerIsBehind)
+      : loop(eventLoop), queue(std::move(handlerQueue)), isBehind(std::move(handlerIsBehind)) {}
 
   void schedule(std::chrono::nanoseconds delay, std::chrono::nanoseconds interval) EXCLUDES(mutex);
   void setEventHandler(Handler newHandler) EXCLUDES(mutex);
@@ -33,13 +33,15 @@ class QueueTimer::State : public std::enable_shared_from_this<State> {
 
   EventLoop& loop;
   const std::shared_ptr<DispatchQueue> queue;
+  const IsBehind isBehind;
 
   Mutex mutex;
-  // Shared with a running tick, which the handler's replacement must not pull it away from.
+  // Shared with a running tick, so that replacing the handler does not destroy it meanwhile.
   std::shared_ptr<const Handler> handler GUARDED_BY(mutex);
   Clock::time_point start GUARDED_BY(mutex);
   Clock::duration period GUARDED_BY(mutex) = {};
-  // Counts the calls of schedule(), so that deadlines of an earlier grid are known; 0 is no grid.
+  // The number of schedule() calls, to recognise the deadlines of an earlier one; 0 before the
+  // first.
   std::uint64_t currentSchedule GUARDED_BY(mutex) = 0;
   bool resumed GUARDED_BY(mutex) = false;
   bool cancelled GUARDED_BY(mutex) = false;
@@ -57,7 +59,7 @@ void QueueTimer::State::schedule(std::chrono::nanoseconds delay,
 void QueueTimer::State::setEventHandler(Handler newHandler) {
   auto next = newHandler ? std::make_shared<const Handler>(std::move(newHandler)) : nullptr;
   MutexLock lock(mutex);
-  // The old handler is released only after the lock: what it holds may call this timer as it dies.
+  // The old handler is destroyed after the lock is released: its captures may call this timer then.
   if (!cancelled) handler.swap(next);
 }
 
@@ -85,25 +87,32 @@ void QueueTimer::State::deadlineReached(std::uint64_t schedule) {
     MutexLock lock(mutex);
     if (!isWanted(schedule)) return;
   }
-  queue->async([self = shared_from_this(), schedule] { self->tick(schedule); });
+  queue->async([weakSelf = weak_from_this(), schedule] {
+    if (const auto self = weakSelf.lock()) self->tick(schedule);
+  });
 }
 
-// The next deadline is set only now that this tick has its turn, so a busy queue holds up at most
-// one, and before the handler runs, so a slow handler is followed by a tick at once.
+// The next deadline is set when the tick runs, so that at most one tick waits on a busy queue, and
+// before the handler runs, so that a tick follows a slow handler at once.
 void QueueTimer::State::tick(std::uint64_t schedule) {
   std::shared_ptr<const Handler> current;
+  Clock::duration elapsedPeriod;
   {
     MutexLock lock(mutex);
     if (!isWanted(schedule)) return;
     const auto elapsed = (Clock::now() - start) / period;
     arm(start + (elapsed + 1) * period);
     current = handler;
+    elapsedPeriod = period;
   }
-  if (current) (*current)();
+  if (!current) return;
+  (*current)();
+  if (isBehind && isBehind(elapsedPeriod)) (*current)();
 }
 
-QueueTimer::QueueTimer(EventLoop& eventLoop, std::shared_ptr<DispatchQueue> queue)
-    : state(std::make_shared<State>(eventLoop, std::move(queue))) {}
+QueueTimer::QueueTimer(EventLoop& eventLoop, std::shared_ptr<DispatchQueue> queue,
+                       IsBehind isBehind)
+    : state(std::make_shared<State>(eventLoop, std::move(queue), std::move(isBehind))) {}
 
 QueueTimer::~QueueTimer() {
   state->cancel();

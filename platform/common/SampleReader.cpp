@@ -11,7 +11,7 @@ namespace {
 
 static_assert(std::endian::native == std::endian::little);
 
-// The sample formats: how many bytes each takes, and what these bytes come to.
+// The sample formats: the size of a sample in bytes, and its conversion to float.
 
 struct Float32 {
   static constexpr std::size_t size = 4;
@@ -43,7 +43,7 @@ struct Int16 {
 struct Int24 {
   static constexpr std::size_t size = 3;
   static float decode(const std::byte* bytes) {
-    // Into the upper three bytes, so that the sign is where it belongs.
+    // Into the upper three bytes, for the sign.
     std::int32_t value = 0;
     std::memcpy(reinterpret_cast<std::byte*>(&value) + 1, bytes, 3);
     return static_cast<float>(value) * 0x1p-31F;
@@ -64,7 +64,7 @@ void decodeAll(const std::byte* first, std::size_t stride, float* target, std::s
   const auto decode = [=](auto distance) {
     for (std::size_t i = 0; i < count; ++i) target[i] = Sample::decode(first + i * distance);
   };
-  // The usual case at a distance that the compiler knows, so that it reads several at a time.
+  // The usual stride as a constant, so that the compiler can vectorise the loop.
   constexpr std::integral_constant<std::size_t, 2 * Sample::size> stereo;
   if (stride == stereo)
     decode(stereo);
@@ -91,7 +91,7 @@ std::optional<SampleReader> SampleReader::forFormat(const AudioFormat& format) {
   const AudioStreamBasicDescription& description = format.streamDescription();
   const Decoder decoder = decoderFor(description);
   if (description.mFormatID != kAudioFormatLinearPCM || decoder == nullptr) return std::nullopt;
-  // Frames of any other size would be padded, or lie about the channels that they hold.
+  // Any other frame size means padding or a wrong number of channels.
   const std::uint64_t samplesPerFrame = format.isInterleaved() ? format.channelCount() : 1;
   if (format.channelCount() == 0) return std::nullopt;
   if (description.mBytesPerFrame != samplesPerFrame * description.mBitsPerChannel / 8)

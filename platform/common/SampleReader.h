@@ -22,17 +22,17 @@ namespace quenlor::platform {
 /// thread at a time.
 class SampleReader {
  public:
-  /// One pointer a channel; a mono stream has only the first.
+  /// One pointer per channel; a mono stream has only the first.
   using Channels = std::array<const float*, 2>;
 
-  /// Nothing where the format is not supported.
+  /// Returns nullopt if the format is not supported.
   static std::optional<SampleReader> forFormat(const AudioFormat& format);
 
-  /// 1 or 2: how many channels are read.
+  /// The number of channels read: 1 or 2.
   std::uint32_t channelCount() const { return channels; }
 
-  /// The valid frames of a buffer, which must be of this reader's format. Points into the buffer
-  /// where it is planar float already, else to memory that the next call uses again.
+  /// Returns the valid frames of a buffer, which must have this reader's format. The pointers are
+  /// into the buffer if it is planar float already, else into memory that the next call reuses.
   Channels read(const PCMBuffer& buffer);
 
  private:

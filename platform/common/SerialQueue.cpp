@@ -33,7 +33,7 @@ class SerialQueue::State : public std::enable_shared_from_this<State> {
  private:
   struct Item {
     Work work;
-    // Where a thread waits for the item; guarded by the mutex.
+    // For a thread that waits for the item; guarded by the mutex.
     bool* finished = nullptr;
   };
 
@@ -52,10 +52,10 @@ class SerialQueue::State : public std::enable_shared_from_this<State> {
   std::condition_variable_any ownerChanged;
   std::vector<Item> pending GUARDED_BY(mutex);
   bool isOwned GUARDED_BY(mutex) = false;
-  // Where anything is pending, the queue is owned or a drain is on its way.
+  // While work is pending, the queue is owned or a drain is posted.
   bool isDrainPosted GUARDED_BY(mutex) = false;
 
-  // What the owner works on; kept for its memory.
+  // The work that the owner runs; a member so that its memory is reused.
   std::vector<Item> running;
 };
 
@@ -86,9 +86,9 @@ bool SerialQueue::State::becomeOwnerIfIdle() {
   return true;
 }
 
-// Waits until an owner has run the work, or until there is no owner. True in the second case: the
-// caller is the owner then, and has to run the work among what is pending. So nobody waits for a
-// drain that has not even begun.
+// Waits until the owner has run the work, or until there is no owner. Returns true in the second
+// case: the caller now owns the queue and has to run the pending work, its own included. So it
+// never waits for a drain that has not started.
 bool SerialQueue::State::awaitTurn(const Work& work, bool& finished) {
   MutexLock lock(mutex);
   pending.push_back({[&work] { work(); }, &finished});
@@ -111,7 +111,7 @@ void SerialQueue::State::postDrain() {
   loop.post([self = shared_from_this()] { self->drain(); });
 }
 
-// Runs what is pending now; what comes in meanwhile takes its turn among the loop's other work.
+// Runs the work that is pending now. Work submitted meanwhile is posted to the loop again.
 void SerialQueue::State::drain() {
   {
     MutexLock lock(mutex);
@@ -131,7 +131,8 @@ void SerialQueue::State::runPending() {
   owner.store(std::this_thread::get_id(), std::memory_order_relaxed);
   for (Item& item : running) {
     item.work();
-    // What the work held dies here, as the queue's work and before anyone hears that it is done.
+    // The work's captures are destroyed here, as the queue's work, before a waiting thread is
+    // woken.
     item.work = nullptr;
     if (item.finished != nullptr) announce(*item.finished);
   }

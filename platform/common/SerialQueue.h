@@ -11,11 +11,11 @@ namespace quenlor::platform {
 /// A serial queue whose asynchronous work runs on the thread of an event loop. Several queues may
 /// share a loop; each is serial for itself.
 ///
-/// sync() on a queue that no thread works on runs the work on the calling thread, after whatever is
-/// pending: a buffer is handed over without waking another thread, and work on one queue of a loop
-/// may use sync() on another. Otherwise it waits for its turn.
+/// sync() on an idle queue runs the pending work and then its own on the calling thread, without
+/// waking another one. So the work of one queue may call sync() on another queue of the same loop.
+/// On a busy queue, sync() waits for its turn.
 ///
-/// The loop outlives the queue and its work. The queue itself may be destroyed anywhere.
+/// The loop outlives the queue and its work. The queue itself may be destroyed on any thread.
 class SerialQueue final : public DispatchQueue {
  public:
   SerialQueue(EventLoop& eventLoop, std::string label);
@@ -29,7 +29,7 @@ class SerialQueue final : public DispatchQueue {
   void assertCurrent() const override ASSERT_CAPABILITY(this);
 
  private:
-  // Held by the queue and by whatever runs its work, so that work may outlive the queue.
+  // Shared with the thread that runs the work, since work may outlive the queue.
   class State;
   std::shared_ptr<State> state;
 };

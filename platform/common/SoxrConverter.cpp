@@ -2,6 +2,7 @@
 
 #include "platform/AudioPlatform.h"
 #include "platform/common/SampleReader.h"
+#include "platform/common/StreamResampler.h"
 
 #include <algorithm>
 #include <array>
@@ -11,9 +12,7 @@
 #include <exception>
 #include <limits>
 #include <optional>
-#include <soxr.h>
 #include <span>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -23,22 +22,22 @@ namespace {
 
 using Targets = std::array<float*, 2>;
 
-// Rates further apart than this are an error in a description, not sound. The resampler would spend
-// minutes on its filters, or take memory without bound.
+// A larger ratio means an error in a stream description. The resampler would spend minutes on its
+// filter design, or allocate without bound.
 constexpr double widestRatio = 1000;
 
-// A stream of mono or stereo frames on its way through the converter.
+// Converts the rate of a stream of mono or stereo frames.
 class FrameStream {
  public:
   virtual ~FrameStream() = default;
 
-  // Takes all source frames, gives at most room target frames and returns how many; the others
-  // stay for the next call. Only the channels of the stream are touched.
+  // Takes all source frames, writes at most room target frames and returns their number. Frames
+  // that do not fit are kept for the next call. Uses only the pointers of the stream's channels.
   virtual std::size_t process(const SampleReader::Channels& source, std::size_t frames,
                               const Targets& target, std::size_t room) = 0;
 };
 
-// Equal rates: the frames themselves, and a store for those that do not fit.
+// Equal rates: copies the frames, and stores those that do not fit.
 class PassedStream final : public FrameStream {
  public:
   explicit PassedStream(std::uint32_t channelCount) : waiting(channelCount) {}
@@ -68,51 +67,31 @@ class PassedStream final : public FrameStream {
   std::vector<std::vector<float>> waiting;
 };
 
-// Unequal rates. The resampler itself keeps the frames that do not fit.
+// Different rates. The resampler itself stores the frames that do not fit.
 class ResampledStream final : public FrameStream {
  public:
-  // Check isUsable() before use.
-  ResampledStream(double fromRate, double toRate, std::uint32_t channelCount) {
-    const soxr_io_spec_t io = soxr_io_spec(SOXR_FLOAT32_S, SOXR_FLOAT32_S);
-    const soxr_quality_spec_t quality = soxr_quality_spec(SOXR_HQ, 0);
-    // The smallest transform blocks there are: at 44.1 to 48 kHz they hold back 9 ms of sound
-    // instead of 20, at the same quality.
-    soxr_runtime_spec_t runtime = soxr_runtime_spec(1);
-    runtime.log2_min_dft_size = 8;
-    runtime.log2_large_dft_size = 8;
-    soxr_error_t error = nullptr;
-    resampler.reset(soxr_create(fromRate, toRate, channelCount, &error, &io, &quality, &runtime));
-    if (error != nullptr) resampler.reset();
-  }
-
-  bool isUsable() const { return resampler != nullptr; }
+  explicit ResampledStream(StreamResampler streamResampler)
+      : resampler(std::move(streamResampler)) {}
 
   std::size_t process(const SampleReader::Channels& source, std::size_t frames,
                       const Targets& target, std::size_t room) override {
-    std::size_t given = 0;
-    const std::array<soxr_cbuf_t, 2> from{source[0], source[1]};
-    std::array<soxr_buf_t, 2> to{target[0], target[1]};
-    // Without a place for the number of frames taken, it takes them all.
-    const soxr_error_t error =
-        soxr_process(resampler.get(), from.data(), frames, nullptr, to.data(), room, &given);
-    if (error != nullptr) throw PlatformError(std::string("Resampling failed: ") + error);
-    return given;
+    return resampler.process(source, frames, target, room);
   }
 
  private:
-  struct Deleter {
-    void operator()(soxr_t stream) const { soxr_delete(stream); }
-  };
-  std::unique_ptr<soxr, Deleter> resampler;
+  StreamResampler resampler;
 };
 
 std::unique_ptr<FrameStream> makeStream(double fromRate, double toRate,
                                         std::uint32_t channelCount) {
   if (fromRate == toRate) return std::make_unique<PassedStream>(channelCount);
   if (std::max(fromRate / toRate, toRate / fromRate) > widestRatio) return nullptr;
-  auto stream = std::make_unique<ResampledStream>(fromRate, toRate, channelCount);
-  if (!stream->isUsable()) return nullptr;
-  return stream;
+  try {
+    return std::make_unique<ResampledStream>(
+        StreamResampler::fixed(fromRate, toRate, channelCount));
+  } catch (const PlatformError&) {
+    return nullptr;
+  }
 }
 
 class SoxrConverter final : public AudioConverter {
@@ -138,7 +117,7 @@ class SoxrConverter final : public AudioConverter {
   ConverterOutputStatus fill(PCMBuffer& output, const InputBlock& input) {
     if (output.format() != targetFormat)
       throw PlatformError("The output buffer is not in the converter's format.");
-    // An error leaves no frames that look valid.
+    // So that no frames look valid after an error.
     output.setFrameLength(0);
     auto inputStatus = ConverterInputStatus::haveData;
     std::uint32_t filled = 0;
@@ -146,7 +125,7 @@ class SoxrConverter final : public AudioConverter {
     do {
       const auto buffer = input(packetsFor(output.frameCapacity() - filled), inputStatus);
       const bool delivered = inputStatus == ConverterInputStatus::haveData && buffer != nullptr;
-      // Frames that wait inside come out even where nothing was delivered.
+      // Stored frames are written even if the input block delivers nothing.
       if (delivered || first) filled += process(delivered ? buffer.get() : nullptr, output, filled);
       if (!delivered) break;
       first = false;
@@ -160,7 +139,7 @@ class SoxrConverter final : public AudioConverter {
                                                             : ConverterOutputStatus::inputRanDry;
   }
 
-  // Appends to the filled frames of output and returns how many it added.
+  // Appends frames to output and returns their number.
   std::uint32_t process(const PCMBuffer* source, PCMBuffer& output, std::uint32_t filled) {
     if (source != nullptr && source->format() != sourceFormat)
       throw PlatformError("A buffer came in a format other than the converter's source format.");
@@ -172,7 +151,7 @@ class SoxrConverter final : public AudioConverter {
     return static_cast<std::uint32_t>(stream->process(samples, frames, targets, room));
   }
 
-  // How many source frames make so many target frames.
+  // The number of source frames for so many target frames.
   std::uint32_t packetsFor(std::uint32_t targetFrames) const {
     const double packets =
         std::ceil(targetFrames * (sourceFormat.sampleRate() / targetFormat.sampleRate()));

@@ -1,11 +1,34 @@
 #include "platform/pulse/PulseCaptureStream.h"
 
+#include <span>
+#include <sys/time.h>
+
 namespace quenlor::platform::pulse {
 namespace {
 
-// How much the server should send at a time: each fragment wakes this process. PulseAudio halves
-// it, since it keeps the other half for the device. Longer fragments would have the reserve run out
-// when one comes late, and lose more of the recording's end, which stays behind in the server.
+using Clock = std::chrono::steady_clock;
+
+// A server ends the connection over a longer name.
+constexpr std::size_t mostNameBytes = 255;
+
+std::string shortened(std::string name) {
+  if (name.size() <= mostNameBytes) return name;
+  std::size_t length = mostNameBytes;
+  constexpr auto isContinuation = [](char byte) { return (byte & 0xC0) == 0x80; };
+  while (length > 0 && isContinuation(name[length])) --length;
+  name.resize(length);
+  return name;
+}
+
+// The server's times are of the wall clock.
+Clock::time_point steadyTimeOf(const timeval& time) {
+  const auto sinceEpoch =
+      std::chrono::seconds(time.tv_sec) + std::chrono::microseconds(time.tv_usec);
+  return Clock::now() - (std::chrono::system_clock::now().time_since_epoch() - sinceEpoch);
+}
+
+// How much the server should send at a time. PulseAudio halves it, since it keeps the other half
+// for the device. Shorter fragments cost more, and longer ones delay the end of a recording.
 constexpr pa_usec_t fragmentTime = 60'000;
 
 pa_buffer_attr bufferingFor(const pa_sample_spec& spec) {
@@ -20,12 +43,15 @@ pa_buffer_attr bufferingFor(const pa_sample_spec& spec) {
 PulseCaptureStream::PulseCaptureStream(PulseConnection& streamConnection, const CaptureForm& form,
                                        const std::string& sourceName, bool isAtRest,
                                        Listener& streamListener)
-    : connection(streamConnection), source(sourceName), listener(streamListener) {
+    : connection(streamConnection),
+      source(sourceName),
+      listener(streamListener),
+      sampleSpec{PA_SAMPLE_FLOAT32NE, form.rate, form.channels.channels} {
   connection.assertLocked();
-  const pa_sample_spec spec{PA_SAMPLE_FLOAT32NE, form.rate, form.channels.channels};
-  stream.reset(pa_stream_new(connection.context(), form.mediaName.c_str(), &spec, &form.channels));
+  stream.reset(pa_stream_new(connection.context(), shortened(form.mediaName).c_str(), &sampleSpec,
+                             &form.channels));
   if (stream == nullptr) throw PlatformError(connection.lastError());
-  const pa_buffer_attr buffering = bufferingFor(spec);
+  const pa_buffer_attr buffering = bufferingFor(sampleSpec);
   unsigned flags = PA_STREAM_ADJUST_LATENCY;
   if (isAtRest) flags |= PA_STREAM_START_CORKED;
   if (connection.canPinStreams()) flags |= PA_STREAM_DONT_MOVE;
@@ -68,17 +94,24 @@ bool PulseCaptureStream::adopt(const std::string& sourceName) {
   return !hasEnded();
 }
 
-void PulseCaptureStream::read(std::vector<std::byte>& samples) {
+void PulseCaptureStream::read(CaptureLane& lane) {
   const void* data = nullptr;
   std::size_t bytes = 0;
   while (pa_stream_peek(stream.get(), &data, &bytes) >= 0 && bytes > 0) {
-    const auto* const first = static_cast<const std::byte*>(data);
-    if (first == nullptr)
-      samples.resize(samples.size() + bytes);  // A hole: the server lost samples of this length.
+    if (data == nullptr)
+      lane.appendSilence(bytes / pa_frame_size(&sampleSpec));
     else
-      samples.insert(samples.end(), first, first + bytes);
+      lane.append({static_cast<const float*>(data), bytes / sizeof(float)});
     pa_stream_drop(stream.get());
   }
+}
+
+void PulseCaptureStream::askForTime() {
+  const bool isUnderWay =
+      timeQuery != nullptr && pa_operation_get_state(timeQuery.get()) == PA_OPERATION_RUNNING;
+  if (isUnderWay || pa_stream_get_state(stream.get()) != PA_STREAM_READY) return;
+  askedAt = Clock::now();
+  timeQuery.reset(pa_stream_update_timing_info(stream.get(), timeCame, this));
 }
 
 void PulseCaptureStream::stateChanged(pa_stream*, void* captureStream) {
@@ -100,6 +133,22 @@ void PulseCaptureStream::moved(pa_stream* stream, void* captureStream) {
 void PulseCaptureStream::suspensionChanged(pa_stream*, void* captureStream) {
   auto& self = *static_cast<PulseCaptureStream*>(captureStream);
   self.listener.samplesWereInterrupted(self);
+}
+
+/// What the device heard is what the server has taken from it, and what waits in the device. A
+/// monitor has its samples before they sound: that is what the sink's latency says.
+void PulseCaptureStream::timeCame(pa_stream* stream, int success, void* captureStream) {
+  auto& self = *static_cast<PulseCaptureStream*>(captureStream);
+  const pa_timing_info* const info = pa_stream_get_timing_info(stream);
+  if (success == 0 || info == nullptr || self.isElsewhere) return;
+  const Clock::time_point time = steadyTimeOf(info->timestamp);
+  // Somebody has set the wall clock meanwhile.
+  if (time < self.askedAt || time > Clock::now()) return;
+  const auto unread = static_cast<double>(info->write_index - info->read_index) /
+                      static_cast<double>(pa_frame_size(&self.sampleSpec));
+  const double latency =
+      (static_cast<double>(info->source_usec) - static_cast<double>(info->sink_usec)) * 1e-6;
+  self.listener.timeCame(self, time, unread + latency * self.sampleSpec.rate);
 }
 
 void PulseCaptureStream::samplesCame(pa_stream*, std::size_t, void* captureStream) {

@@ -1,14 +1,14 @@
 #pragma once
 
+#include "platform/common/CaptureLane.h"
 #include "platform/pulse/PulseConnection.h"
 
-#include <cstddef>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <pulse/channelmap.h>
 #include <pulse/stream.h>
 #include <string>
-#include <vector>
 
 namespace quenlor::platform::pulse {
 
@@ -32,6 +32,10 @@ class PulseCaptureStream {
    public:
     virtual ~Listener() = default;
     virtual void samplesCame(PulseCaptureStream& teller) = 0;
+    /// The answer to askForTime(): by then the device had heard all that was read, and so many
+    /// frames more.
+    virtual void timeCame(PulseCaptureStream& teller, std::chrono::steady_clock::time_point time,
+                          double framesToCome) = 0;
     /// Samples may be missing between those that came and those that will come.
     virtual void samplesWereInterrupted(PulseCaptureStream& teller) = 0;
     virtual void streamEnded(PulseCaptureStream& teller, const std::string& reason) = 0;
@@ -60,8 +64,11 @@ class PulseCaptureStream {
   /// name. What has come from there can be read then.
   bool adopt(const std::string& sourceName);
 
-  /// Appends what has come and was not read.
-  void read(std::vector<std::byte>& samples);
+  /// Hands over what has come and was not read.
+  void read(CaptureLane& lane);
+
+  /// Asks the server how much its device has heard by now, unless a question is under way.
+  void askForTime();
 
  private:
   struct Disconnecter {
@@ -72,12 +79,16 @@ class PulseCaptureStream {
   static void moved(pa_stream* stream, void* captureStream);
   static void suspensionChanged(pa_stream* stream, void* captureStream);
   static void samplesCame(pa_stream* stream, std::size_t bytes, void* captureStream);
+  static void timeCame(pa_stream* stream, int success, void* captureStream);
 
   PulseConnection& connection;
   std::string source;
   Listener& listener;
   bool isElsewhere = false;
+  const pa_sample_spec sampleSpec;
   std::unique_ptr<pa_stream, Disconnecter> stream;
+  Operation timeQuery;
+  std::chrono::steady_clock::time_point askedAt;
 };
 
 }  // namespace quenlor::platform::pulse

@@ -13,17 +13,11 @@ using namespace std::chrono_literals;
 constexpr char applicationName[] = "Quenlor Helper";
 constexpr char applicationID[] = "com.quenlor.helper.audio";
 
-// Several times what a busy machine delays a thread by, and less than any time that counts as
-// silence.
-constexpr auto longestRegularPause = 200ms;
+std::string errorOf(pa_context* context) {
+  return std::string(pa_strerror(pa_context_errno(context))) + ".";
+}
 
 }  // namespace
-
-void PulseConnection::ContextCloser::operator()(pa_context* closing) const {
-  pa_context_set_state_callback(closing, nullptr, nullptr);
-  pa_context_disconnect(closing);
-  pa_context_unref(closing);
-}
 
 PulseConnection::PulseConnection(const TraceSink& traceSink)
     : sink(traceSink), mainloop(pa_mainloop_new()) {
@@ -45,21 +39,24 @@ void PulseConnection::open() {
   connect();
   waitUntil([this] {
     assertLocked();
-    return wasReady;
+    return isReady();
   });
 }
 
 void PulseConnection::connect() {
+  serverContext = openContext();
+  pa_context_set_state_callback(context(), &PulseConnection::stateChanged, this);
+}
+
+Context PulseConnection::openContext() {
   const std::unique_ptr<pa_proplist, decltype(&pa_proplist_free)> properties(pa_proplist_new(),
                                                                              &pa_proplist_free);
   pa_proplist_sets(properties.get(), PA_PROP_APPLICATION_ID, applicationID);
-  pa_context* const fresh =
-      pa_context_new_with_proplist(loopInterface(), applicationName, properties.get());
+  Context fresh(pa_context_new_with_proplist(loopInterface(), applicationName, properties.get()));
   if (fresh == nullptr) throw PlatformError("Out of memory.");
-  serverContext.reset(fresh);
-  pa_context_set_state_callback(context(), &PulseConnection::stateChanged, this);
-  if (pa_context_connect(context(), nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0)
-    throw PlatformError(lastError());
+  if (pa_context_connect(fresh.get(), nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0)
+    throw PlatformError(errorOf(fresh.get()));
+  return fresh;
 }
 
 void PulseConnection::reopen() {
@@ -76,29 +73,21 @@ void PulseConnection::close() {
   serverContext.reset();
 }
 
-void PulseConnection::stateChanged(pa_context*, void* connection) {
+void PulseConnection::stateChanged(pa_context* context, void* connection) {
   auto& self = *static_cast<PulseConnection*>(connection);
   self.assertLocked();
-  const bool hasEnded = !self.isGood();
-  if (self.isReady()) {
-    self.wasReady = true;
-    self.askWhoServes();
-  }
-  if (hasEnded && self.wasReady) {
-    self.wasReady = false;
+  if (pa_context_get_state(context) == PA_CONTEXT_READY) self.askWhoServes();
+  if (!self.isGood() && std::exchange(self.isServerKnown, false))
     self.trace("The sound server ended the connection: " + self.lastError());
-  }
-  if (self.stateListener && (hasEnded || self.isReady())) self.stateListener();
 }
 
-/// Before anything else is asked: answers come in the order of the questions.
 void PulseConnection::askWhoServes() {
-  isPulseAudio = false;
   constexpr auto take = [](pa_context*, const pa_server_info* info, void* connection) {
     auto& self = *static_cast<PulseConnection*>(connection);
     self.assertLocked();
     const char* const name = info != nullptr ? info->server_name : nullptr;
     self.isPulseAudio = name != nullptr && std::string_view(name) == "pulseaudio";
+    self.isServerKnown = true;
   };
   serverQuery.reset(pa_context_get_server_info(context(), take, this));
 }
@@ -106,23 +95,29 @@ void PulseConnection::askWhoServes() {
 void PulseConnection::serve() {
   if (!mutex.tryLock()) return;
   assertLocked();
-  isNeglected = std::chrono::steady_clock::now() - servedAt > longestRegularPause;
-  while (pa_mainloop_iterate(mainloop.get(), 0, nullptr) > 0) {
-  }
-  servedAt = std::chrono::steady_clock::now();
+  runCallbacks();
+  finishServing();
+  runCallbacks();  // Sends at once what the listener asked for.
   mutex.unlock();
 }
 
-void PulseConnection::waitUntil(const std::function<bool()>& done) {
-  using Clock = std::chrono::steady_clock;
-  const Clock::time_point deadline = Clock::now() + timeLeft;
-  bool isDone = done();
-  while (!isDone && isGood() && timeLeft > 0ns) {
-    serveOnce(timeLeft);
-    timeLeft = std::max<std::chrono::nanoseconds>(deadline - Clock::now(), 0ns);
-    isDone = done();
+void PulseConnection::runCallbacks() {
+  while (pa_mainloop_iterate(mainloop.get(), 0, nullptr) > 0) {
   }
-  if (isDone) return;
+}
+
+void PulseConnection::serveUntil(std::chrono::steady_clock::time_point deadline,
+                                 const std::function<bool()>& done) {
+  auto left = deadline - std::chrono::steady_clock::now();
+  for (; left > 0ns && isGood() && !done(); left = deadline - std::chrono::steady_clock::now())
+    serveOnce(left);
+}
+
+void PulseConnection::waitUntil(const std::function<bool()>& done) {
+  const auto deadline = std::chrono::steady_clock::now() + timeLeft;
+  serveUntil(deadline, done);
+  timeLeft = std::max<std::chrono::nanoseconds>(deadline - std::chrono::steady_clock::now(), 0ns);
+  if (done()) return;
   if (!isGood()) throw PlatformError(lastError());
   throw PlatformError("It did not answer in time.");
 }
@@ -132,7 +127,11 @@ void PulseConnection::serveOnce(std::chrono::nanoseconds longest) {
   const auto microseconds = std::chrono::ceil<std::chrono::microseconds>(longest).count();
   if (pa_mainloop_prepare(mainloop.get(), static_cast<int>(microseconds)) < 0) return;
   if (pa_mainloop_poll(mainloop.get()) >= 0) pa_mainloop_dispatch(mainloop.get());
-  servedAt = std::chrono::steady_clock::now();
+  finishServing();
+}
+
+void PulseConnection::finishServing() {
+  if (servedListener) servedListener();
 }
 
 void PulseConnection::waitFor(const Operation& operation) {
@@ -142,7 +141,7 @@ void PulseConnection::waitFor(const Operation& operation) {
 }
 
 std::string PulseConnection::lastError() {
-  return std::string(pa_strerror(pa_context_errno(context()))) + ".";
+  return errorOf(context());
 }
 
 }  // namespace quenlor::platform::pulse

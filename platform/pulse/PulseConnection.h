@@ -24,6 +24,16 @@ struct OperationCanceller {
 };
 using Operation = std::unique_ptr<pa_operation, OperationCanceller>;
 
+/// A connection as libpulse has it. Destroying it means that its state is not told any more.
+struct ContextCloser {
+  void operator()(pa_context* closing) const {
+    pa_context_set_state_callback(closing, nullptr, nullptr);
+    pa_context_disconnect(closing);
+    pa_context_unref(closing);
+  }
+};
+using Context = std::unique_ptr<pa_context, ContextCloser>;
+
 /// The connection to the sound server.
 ///
 /// It is also the lock under which everything of libpulse is used, and it has no thread of its own:
@@ -54,11 +64,11 @@ class CAPABILITY("connection") PulseConnection {
 
   pa_context* context() REQUIRES(this) { return serverContext.get(); }
   bool isGood() REQUIRES(this) { return PA_CONTEXT_IS_GOOD(pa_context_get_state(context())); }
-  bool isReady() REQUIRES(this) { return pa_context_get_state(context()) == PA_CONTEXT_READY; }
+  bool isReady() REQUIRES(this) { return isServerKnown; }
 
   /// Whether the server leaves a stream where it is if asked to. PulseAudio does, and without that
   /// takes streams along when the default device changes; PipeWire refuses streams that ask. Known
-  /// from the first answer to any other question on.
+  /// once the connection is ready.
   bool canPinStreams() REQUIRES(this) { return isPulseAudio; }
 
   pa_mainloop_api* loopInterface() { return pa_mainloop_get_api(mainloop.get()); }
@@ -67,15 +77,15 @@ class CAPABILITY("connection") PulseConnection {
   /// thread holds the connection. May be called from any thread.
   void serve() EXCLUDES(this);
 
-  /// For callbacks: whether nobody served the connection for so long before now that the times at
-  /// which things come say little. What has come meanwhile may still wait to be read.
-  bool wasNeglected() REQUIRES(this) { return isNeglected; }
-
-  /// Whom to call back each time the connection got ready or ended. The callback must not reopen()
-  /// the connection.
-  void setStateListener(std::function<void()> callback) REQUIRES(this) {
-    stateListener = std::move(callback);
+  /// Whom to call after each serving of the connection, when its callbacks have run. The listener
+  /// must not serve the connection.
+  void setServedListener(std::function<void()> callback) REQUIRES(this) {
+    servedListener = std::move(callback);
   }
+
+  /// Reaches for the same server over one more connection, which is served along with this one.
+  /// Does not wait. Throws PlatformError.
+  Context openContext() REQUIRES(this);
 
   /// Gives up what there is of a connection and reaches for the server anew, without waiting.
   /// Whatever was made on the old connection is dead and may be destroyed at any time.
@@ -87,6 +97,10 @@ class CAPABILITY("connection") PulseConnection {
   /// Serves the connection until done() is true. Throws PlatformError when the connection ends or
   /// the answer time is used up.
   void waitUntil(const std::function<bool()>& done) REQUIRES(this);
+
+  /// Serves the connection until done() is true, the connection has ended or the deadline has come.
+  void serveUntil(std::chrono::steady_clock::time_point deadline, const std::function<bool()>& done)
+      REQUIRES(this);
 
   /// Waits for the answer to an operation. Throws as waitUntil(), and where there is no operation.
   void waitFor(const Operation& operation) REQUIRES(this);
@@ -101,14 +115,13 @@ class CAPABILITY("connection") PulseConnection {
   struct MainloopEnder {
     void operator()(pa_mainloop* loop) const { pa_mainloop_free(loop); }
   };
-  struct ContextCloser {
-    void operator()(pa_context* closing) const;
-  };
 
   void open();
   void connect() REQUIRES(this);
   void close();
   void serveOnce(std::chrono::nanoseconds longest) REQUIRES(this);
+  void runCallbacks() REQUIRES(this);
+  void finishServing() REQUIRES(this);
   void askWhoServes() REQUIRES(this);
   static void stateChanged(pa_context* context, void* connection);
 
@@ -116,14 +129,11 @@ class CAPABILITY("connection") PulseConnection {
   Mutex mutex;
   std::chrono::nanoseconds timeLeft = answerTime;
   const std::unique_ptr<pa_mainloop, MainloopEnder> mainloop;
-  std::unique_ptr<pa_context, ContextCloser> serverContext GUARDED_BY(this);
-  std::function<void()> stateListener GUARDED_BY(this);
+  Context serverContext GUARDED_BY(this);
+  std::function<void()> servedListener GUARDED_BY(this);
   Operation serverQuery GUARDED_BY(this);
   bool isPulseAudio GUARDED_BY(this) = false;
-  // Whether this connection has been ready and its end has not been told yet.
-  bool wasReady GUARDED_BY(this) = false;
-  std::chrono::steady_clock::time_point servedAt GUARDED_BY(this) = {};
-  bool isNeglected GUARDED_BY(this) = false;
+  bool isServerKnown GUARDED_BY(this) = false;
 };
 
 /// Holds a connection's lock for a scope.

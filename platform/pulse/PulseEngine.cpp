@@ -1,8 +1,8 @@
 #include "platform/pulse/PulseEngine.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <utility>
 
@@ -11,10 +11,9 @@ namespace {
 
 const AudioFormat noInput = AudioFormat::float32(0, 0, true);
 
-// One channel is planar as it is, which spares its reader a copy.
 AudioFormat formatOf(const SourceInfo& source) {
-  const std::uint32_t channels = source.channels.channels;
-  return AudioFormat::float32(source.rate, channels, channels > 1);
+  const std::uint32_t channels = std::min<std::uint32_t>(source.channels.channels, 2);
+  return AudioFormat::float32(recordedRate, channels, false);
 }
 
 }  // namespace
@@ -43,46 +42,42 @@ void PulseEngine::installTap(std::uint32_t, std::uint32_t, const AudioFormat& fo
 }
 
 void PulseEngine::removeTap(std::uint32_t) {
-  connection.serve();  // What has come by now belongs to the recording.
+  group.finish();
   ConnectionLock held(connection);
-  if (track != nullptr) track->finish();
   tap.reset();
 }
 
 void PulseEngine::start() {
-  if (track != nullptr) return;
+  if (hasStarted) return;
   if (!input) throw PlatformError("The microphone could not be started: there is none.");
   try {
-    track = std::make_unique<CaptureTrack>(connection,
-                                           CaptureForm{"Microphone", input->rate, input->channels},
-                                           input->name, [this](std::span<std::byte> samples) {
-                                             connection.assertLocked();
-                                             deliver(samples);
-                                           });
+    group.add(CaptureRole::microphone, {"Microphone", input->rate, input->channels}, input->name,
+              [this](const PlanarFrames& frames, std::size_t count) {
+                connection.assertLocked();
+                deliver(frames, count);
+              });
+    hasStarted = true;
+    connection.trace("The microphone is recorded from " + input->description + ".");
   } catch (const PlatformError& error) {
     throw PlatformError(std::string("The microphone could not be started: ") + error.what());
   }
-  group.add(CaptureRole::microphone, *track);
 }
 
 void PulseEngine::stop() {
-  if (track == nullptr) return;
-  group.remove(CaptureRole::microphone);
-  track.reset();
+  if (std::exchange(hasStarted, false)) group.remove(CaptureRole::microphone);
 }
 
-void PulseEngine::deliver(std::span<std::byte> samples) {
+void PulseEngine::deliver(const PlanarFrames& frames, std::size_t count) {
   if (!tap) return;
-  const std::size_t frames = samples.size() / (sizeof(float) * tap->format.channelCount());
-  auto buffer = PCMBuffer::create(tap->format, static_cast<std::uint32_t>(frames));
+  auto buffer = PCMBuffer::create(tap->format, static_cast<std::uint32_t>(count));
   if (buffer == nullptr) {
     if (!std::exchange(hasToldOfMemory, true))
       connection.trace("There is no memory for the samples of the microphone.");
     return;
   }
-  buffer->setFrameLength(static_cast<std::uint32_t>(frames));
-  const AudioBuffer& target = buffer->audioBufferList().front();
-  std::memcpy(target.mData, samples.data(), target.mDataByteSize);
+  buffer->setFrameLength(static_cast<std::uint32_t>(count));
+  for (std::size_t channel = 0; channel < frames.channels(); ++channel)
+    std::copy_n(frames.data()[channel], count, buffer->floatChannelData()[channel]);
   tap->block(std::move(buffer));
 }
 

@@ -6,14 +6,13 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <optional>
-#include <span>
 
 namespace quenlor::platform::pulse {
 
-/// The microphone: the server's default source at its own rate and channels, unless that is the
-/// monitor of an output. Later default sources are brought to that form by the server.
+/// The microphone: the server's default source, unless that is the monitor of an output. It is
+/// taken at its own rate and comes out at that of the recording. Later default sources are brought
+/// to the form of the first one by the server.
 ///
 /// start() makes the stream, but samples flow only once the group starts: the two sources of a
 /// recording start together.
@@ -29,7 +28,7 @@ class PulseEngine final : public AudioEngine {
   void removeTap(std::uint32_t bus) override;
   void prepare() override {}
   void start() override;
-  bool isRunning() const override { return track != nullptr; }
+  bool isRunning() const override { return hasStarted; }
   void stop() override;
 
  private:
@@ -38,14 +37,14 @@ class PulseEngine final : public AudioEngine {
     TapBlock block;
   };
 
-  void deliver(std::span<std::byte> samples) REQUIRES(connection);
+  void deliver(const PlanarFrames& frames, std::size_t count) REQUIRES(connection);
 
   PulseConnection& connection;
   PulseCaptureGroup& group;
   std::optional<SourceInfo> input;
   std::optional<Tap> tap GUARDED_BY(connection);
   bool hasToldOfMemory GUARDED_BY(connection) = false;
-  std::unique_ptr<CaptureTrack> track;
+  bool hasStarted = false;
 };
 
 }  // namespace quenlor::platform::pulse

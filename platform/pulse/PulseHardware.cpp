@@ -1,8 +1,8 @@
 #include "platform/pulse/PulseHardware.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
-#include <span>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -34,6 +34,14 @@ constexpr auto tapListAddress = globalAddress(kAudioAggregateDevicePropertyTapLi
 constexpr AudioObjectPropertyAddress streamFormatAddress{kAudioDevicePropertyStreamFormat,
                                                          kAudioObjectPropertyScopeInput,
                                                          kAudioObjectPropertyElementMain};
+
+std::array<AudioBuffer, 2> buffersOf(const PlanarFrames& frames, std::size_t count) {
+  const auto bytes = static_cast<std::uint32_t>(count * sizeof(float));
+  const auto plane = [&](std::size_t channel) {
+    return AudioBuffer{1, bytes, const_cast<float*>(frames.data()[channel])};
+  };
+  return {plane(0), plane(1)};
+}
 
 }  // namespace
 
@@ -108,8 +116,10 @@ PropertyData PulseHardware::readProperty(AudioObjectID objectID,
     if (address == tapUIDAddress) return tap->second.uid;
   } else {
     const AggregateDevice& device = deviceWith(objectID);
-    if (address == streamFormatAddress)
-      return AudioFormat::float32(tapOf(device).sink.rate, 2, true).streamDescription();
+    if (address == streamFormatAddress) {
+      tapOf(device);
+      return AudioFormat::float32(recordedRate, 2, false).streamDescription();
+    }
   }
   throw noSuchProperty;
 }
@@ -142,7 +152,7 @@ OSStatus PulseHardware::createIOProcID(AudioObjectID deviceID, std::shared_ptr<D
     AggregateDevice& device = deviceWith(deviceID);
     if (device.ioProc) throw hasIOBlock;
     ioProcID = AudioDeviceIOProcID{++lastID};
-    device.ioProc = IOProc{ioProcID, std::move(queue), std::move(block), nullptr};
+    device.ioProc = IOProc{ioProcID, std::move(queue), std::move(block)};
   });
 }
 
@@ -156,7 +166,7 @@ OSStatus PulseHardware::destroyIOProcID(AudioObjectID deviceID, AudioDeviceIOPro
 OSStatus PulseHardware::startDevice(AudioObjectID deviceID, AudioDeviceIOProcID ioProcID) {
   return attempt("start a device", [&] {
     IOProc& ioProc = ioProcWith(deviceID, ioProcID);
-    if (ioProc.track == nullptr) start(tapOf(deviceWith(deviceID)), ioProc);
+    if (!ioProc.isRunning) start(tapOf(deviceWith(deviceID)), ioProc);
   });
 }
 
@@ -167,33 +177,28 @@ OSStatus PulseHardware::stopDevice(AudioObjectID deviceID, AudioDeviceIOProcID i
 void PulseHardware::start(const Tap& tap, IOProc& ioProc) {
   pa_channel_map stereo;
   pa_channel_map_init_stereo(&stereo);
-  ioProc.track = std::make_unique<CaptureTrack>(
-      connection, CaptureForm{tap.name, tap.sink.rate, stereo}, tap.sink.monitorName,
-      [&ioProc](std::span<std::byte> samples) {
-        const AudioBuffer buffer{2, static_cast<std::uint32_t>(samples.size()), samples.data()};
-        ioProc.queue->sync([&ioProc, &buffer] { ioProc.block({&buffer, 1}); });
-      });
-  group.add(CaptureRole::system, *ioProc.track);
+  group.add(CaptureRole::system, {tap.name, tap.sink.rate, stereo}, tap.sink.monitorName,
+            [&ioProc](const PlanarFrames& frames, std::size_t count) {
+              const auto buffers = buffersOf(frames, count);
+              ioProc.queue->sync([&] { ioProc.block(buffers); });
+            });
+  ioProc.isRunning = true;
   try {
     group.start();
   } catch (const PlatformError&) {
     stop(ioProc);
     throw;
   }
+  connection.trace("System audio is recorded from " + tap.sink.description + ".");
   connection.renewAnswerTime();
   supervisor.start();
 }
 
 void PulseHardware::stop(IOProc& ioProc) {
-  if (ioProc.track == nullptr) return;
-  connection.serve();  // What has come by now belongs to the recording.
+  if (!std::exchange(ioProc.isRunning, false)) return;
+  group.finish();
   supervisor.stop();
-  {
-    ConnectionLock held(connection);
-    ioProc.track->finish();
-  }
   group.remove(CaptureRole::system);
-  ioProc.track.reset();
 }
 
 AudioObjectID PulseHardware::tapWithUID(const std::string& uid) const {

@@ -47,12 +47,12 @@ class PulseHardware final : public AudioHardware {
     SinkInfo sink;
   };
 
-  /// The one IO block of a device; its track exists while the device runs.
+  /// The one IO block of a device.
   struct IOProc {
     AudioDeviceIOProcID id;
     std::shared_ptr<DispatchQueue> queue;
     IOBlock block;
-    std::unique_ptr<CaptureTrack> track;
+    bool isRunning = false;
   };
 
   struct AggregateDevice {

@@ -16,10 +16,24 @@ using Clock = EventLoop::Clock;
 constexpr auto standbyInterval = 200ms;
 constexpr auto servingInterval = 20ms;
 
+// More than what the first delivery of a recording brings, and what comes between two others.
+constexpr auto mostWaiting = 400ms;
+
+// While the clock of a source settles, the time of what comes should be known better than a tick.
+constexpr auto settlingInterval = 4ms;
+
 }  // namespace
 
 PulsePlatform::Server::Server(const TraceSink& trace, EventLoop& queueLoop)
     : connection(trace), loop(queueLoop), servedAt(Clock::now()) {
+  {
+    ConnectionLock held(connection);
+    connection.setServedListener([this] {
+      connection.assertLocked();
+      supervisor.served();
+      if (group.served()) serveSoon();
+    });
+  }
   standBy();
   loop.startPolling([this] {
     connection.serve();
@@ -29,6 +43,14 @@ PulsePlatform::Server::Server(const TraceSink& trace, EventLoop& queueLoop)
 
 PulsePlatform::Server::~Server() {
   loop.stopPolling();
+}
+
+/// Before the next tick. Every deadline of the loop has the connection served.
+void PulsePlatform::Server::serveSoon() {
+  const auto now = Clock::now();
+  if (now < servedSoonAt) return;
+  servedSoonAt = now + settlingInterval;
+  loop.postAt(servedSoonAt, [] {});
 }
 
 void PulsePlatform::Server::standBy() {
@@ -52,7 +74,15 @@ std::shared_ptr<DispatchQueue> PulsePlatform::makeQueue(const std::string& label
 }
 
 std::unique_ptr<DispatchTimer> PulsePlatform::makeTimer(std::shared_ptr<DispatchQueue> queue) {
-  return std::make_unique<QueueTimer>(eventLoop, std::move(queue));
+  // Ticks count by the machine's clock. Where the sound comes faster, or came at once after a
+  // pause, one tick more now and then keeps it from piling up before the mixer.
+  return std::make_unique<QueueTimer>(
+      eventLoop, std::move(queue),
+      [this, taken = 0s * 1.0](std::chrono::nanoseconds period) mutable {
+        const auto given = reachedServer ? reachedServer->group.handedOver() : 0s;
+        taken = std::min<std::chrono::duration<double>>(taken + period, given);
+        return given - taken > mostWaiting;
+      });
 }
 
 std::optional<AudioFormat> PulsePlatform::makeFormat(

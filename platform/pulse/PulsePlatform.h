@@ -52,7 +52,10 @@ class PulsePlatform final : public AudioPlatform, private CaptureDevice {
     PulseSupervisor supervisor{connection, group};
     PulseHardware hardware{connection, group, supervisor};
 
+    void serveSoon();
+
     EventLoop& loop;
+    EventLoop::Clock::time_point servedSoonAt;
     std::atomic<EventLoop::Clock::time_point> servedAt;
     // Runs standBy(), for while there are no ticks, or a slow disk holds them up.
     EventLoop standbyLoop;

@@ -21,14 +21,19 @@ Info finish(PulseConnection& connection, const std::optional<Info>& answer,
   return *answer;
 }
 
+// A device may have none.
+std::string descriptionOf(const auto& info) {
+  return info.description != nullptr ? info.description : info.name;
+}
+
 }  // namespace
 
 SinkInfo sinkInfo(const pa_sink_info& info) {
-  return {info.name, info.monitor_source_name, info.sample_spec.rate};
+  return {info.name, descriptionOf(info), info.monitor_source_name, info.sample_spec.rate};
 }
 
 SourceInfo sourceInfo(const pa_source_info& info) {
-  return {info.name, info.sample_spec.rate, info.channel_map,
+  return {info.name, descriptionOf(info), info.sample_spec.rate, info.channel_map,
           info.monitor_of_sink != PA_INVALID_INDEX};
 }
 

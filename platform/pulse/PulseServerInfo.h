@@ -16,6 +16,8 @@ inline constexpr char defaultSource[] = "@DEFAULT_SOURCE@";
 /// What can be heard through an output.
 struct SinkInfo {
   std::string name;
+  /// The device's name for people.
+  std::string description;
   std::string monitorName;
   std::uint32_t rate = 0;
 };
@@ -23,6 +25,8 @@ struct SinkInfo {
 /// What an input delivers.
 struct SourceInfo {
   std::string name;
+  /// As in SinkInfo.
+  std::string description;
   std::uint32_t rate = 0;
   pa_channel_map channels{};
   /// Carries what an output plays, so it is no microphone.

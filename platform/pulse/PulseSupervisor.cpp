@@ -1,5 +1,7 @@
 #include "platform/pulse/PulseSupervisor.h"
 
+#include <utility>
+
 namespace quenlor::platform::pulse {
 namespace {
 
@@ -18,71 +20,44 @@ constexpr auto attemptTime = 5s;
 
 void PulseSupervisor::start() {
   ConnectionLock held(connection);
-  failures = 0;
-  timer.emplace(connection, [this] {
-    connection.assertLocked();
-    attempt();
-  });
+  isWatching = false;
   devices.emplace(connection, [this](const DefaultDevices::Answer& answer) {
     connection.assertLocked();
     follow(answer);
   });
-  connection.setStateListener([this] {
-    connection.assertLocked();
-    connectionChanged();
-  });
   group.setStreamEnded([this] {
     connection.assertLocked();
-    streamEnded();
+    devices->askWithin(0s);
   });
-  if (connection.isReady())
-    devices->watch();
-  else
-    connectionChanged();
 }
 
 void PulseSupervisor::stop() {
   ConnectionLock held(connection);
   group.setStreamEnded(nullptr);
-  connection.setStateListener(nullptr);
   devices.reset();
-  timer.reset();
 }
 
-void PulseSupervisor::connectionChanged() {
-  if (connection.isReady()) {
-    connection.trace("The sound server is back.");
-    failures = 0;
-    timer->stop();
+void PulseSupervisor::served() {
+  connection.assertLocked();
+  if (!devices) return;
+  if (!connection.isReady()) {
+    isWatching = false;
+    reachForServer();
+  } else if (!std::exchange(isWatching, true)) {
+    if (std::exchange(attempts, 0) > 0) connection.trace("The sound server is back.");
     devices->watch();
   } else {
-    planAttempt();
+    devices->served();
   }
 }
 
-/// Where the whole connection has ended, that is dealt with already.
-void PulseSupervisor::streamEnded() {
-  if (!connection.isReady()) return;
-  const auto now = std::chrono::steady_clock::now();
-  const bool isRepeated = now - lastEnd < longPause;
-  lastEnd = now;
-  if (isRepeated)
-    planAttempt();
-  else
-    devices->look();
-}
-
-void PulseSupervisor::planAttempt() {
-  timer->set(failures++ < shortPauses ? shortPause : longPause);
-}
-
-void PulseSupervisor::attempt() {
-  if (connection.isReady()) {
-    devices->look();
-  } else {
-    timer->set(attemptTime);
-    connection.reopen();
-  }
+void PulseSupervisor::reachForServer() {
+  const auto pause = attempts < shortPauses ? shortPause : longPause;
+  const auto now = Clock::now();
+  if (now - attemptedAt < (connection.isGood() ? attemptTime : pause)) return;
+  attemptedAt = now;
+  ++attempts;
+  connection.reopen();
 }
 
 void PulseSupervisor::follow(const DefaultDevices::Answer& answer) {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "platform/pulse/DefaultDevices.h"
-#include "platform/pulse/LoopTimer.h"
 #include "platform/pulse/PulseCaptureGroup.h"
 
 #include <chrono>
@@ -22,20 +21,23 @@ class PulseSupervisor {
   /// Once this has returned, nothing is followed or attempted any more. Never waits for the server.
   void stop() EXCLUDES(connection);
 
+  /// To be called after each serving of the connection, with its lock held.
+  void served();
+
  private:
-  void connectionChanged() REQUIRES(connection);
-  void streamEnded() REQUIRES(connection);
-  void planAttempt() REQUIRES(connection);
-  void attempt() REQUIRES(connection);
+  using Clock = std::chrono::steady_clock;
+
+  void reachForServer() REQUIRES(connection);
   void follow(const DefaultDevices::Answer& answer) REQUIRES(connection);
 
   PulseConnection& connection;
   PulseCaptureGroup& group;
-  // These two exist between start() and stop().
-  std::optional<LoopTimer> timer GUARDED_BY(connection);
+  // Exists between start() and stop().
   std::optional<DefaultDevices> devices GUARDED_BY(connection);
-  int failures GUARDED_BY(connection) = 0;
-  std::chrono::steady_clock::time_point lastEnd GUARDED_BY(connection);
+  bool isWatching GUARDED_BY(connection) = false;
+  // To reach the server again.
+  int attempts GUARDED_BY(connection) = 0;
+  Clock::time_point attemptedAt GUARDED_BY(connection);
 };
 
 }  // namespace quenlor::platform::pulse

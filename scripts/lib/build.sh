@@ -3,7 +3,7 @@
 # Functions of the scripts that build and test; to be sourced with the project's root as the current
 # folder.
 
-# What the tests run so far gave.
+# The results of the tests run so far.
 passed=0 failed=0 skipped=0
 
 # Builds a preset: buildPreset NAME [CONFIGURE_OPTION...]

@@ -1,4 +1,4 @@
-"""Runs a command and tells how loud each source of the sound server was meanwhile.
+"""Runs a command and prints the level of each source of the sound server meanwhile.
 
 Usage: levels.py COMMAND [ARGUMENT...]
 
@@ -15,7 +15,7 @@ import threading
 
 
 class Level:
-    """Peak and effective level of a source, measured while it is read."""
+    """Peak and RMS level of a source, measured while it is read."""
 
     def __init__(self, name, device):
         self.name = name

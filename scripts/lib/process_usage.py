@@ -1,4 +1,4 @@
-"""What running processes have used so far."""
+"""Resource usage of running processes."""
 
 import dataclasses
 import os
@@ -7,14 +7,14 @@ import os
 @dataclasses.dataclass
 class Usage:
     cpu_seconds: float = 0
-    switches: int = 0  # of context, of either kind
-    wakeups: int = 0  # switches after a process had waited
+    switches: int = 0  # context switches, voluntary or not
+    wakeups: int = 0  # voluntary switches: the process had waited
     resident_kib: int = 0
     peak_kib: int = 0
 
 
 def usage_of(pids):
-    """Of all threads of these processes together."""
+    """The sum over all threads of these processes."""
     total = Usage()
     for pid in pids:
         for thread in os.listdir(f"/proc/{pid}/task"):

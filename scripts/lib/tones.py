@@ -1,8 +1,8 @@
-"""Finds again the tones of scripts/private-server in a recording of both sources.
+"""Finds the tones of scripts/private-server in a recording of both sources.
 
-There, 997 Hz play on the output's left channel only and 440 Hz on a mono microphone, each with an
-amplitude of 0.25. So the right channel of a recording holds the microphone, and left minus right
-the system audio.
+The server plays 997 Hz on the output's left channel only and 440 Hz on a mono microphone, each with
+an amplitude of 0.25. So the right channel of a recording is the microphone, and left minus right is
+system audio.
 """
 
 import math
@@ -13,13 +13,13 @@ import numpy
 RATE = 48000
 SYSTEM_HERTZ, MICROPHONE_HERTZ = 997, 440
 AMPLITUDE = 0.25 * 32768
-# Seconds of the beginning and of the end that do not count: one source is longer than the other.
+# Seconds left out at the beginning and the end, where one source is longer than the other.
 SETTLED, TAIL = 0.5, 0.1
 # In steps of 16 bits. One sample lost or repeated departs by up to 470, or 1070 in the higher tone,
 # and is overlooked only where it falls on the crest; a server that corrects its clocks while it
 # resamples departs by 21.
 TOLERANCE = 64
-# Seconds for which a resampler makes one break ring.
+# Seconds for which a break rings in a resampler.
 RINGING = 0.005
 
 
@@ -38,7 +38,7 @@ def settled(samples, rate=RATE):
 
 
 def breaks(samples, hertz, rate=RATE):
-    """How often the tone breaks off: where y[n] departs from 2 cos(w) y[n-1] - y[n-2]."""
+    """Counts the breaks of a tone: where y[n] departs from 2 cos(w) y[n-1] - y[n-2]."""
     factor = 2 * math.cos(2 * math.pi * hertz / rate)
     y = settled(samples, rate)
     broken = numpy.flatnonzero(numpy.abs(y[2:] - factor * y[1:-1] + y[:-2]) > TOLERANCE)

@@ -1,4 +1,4 @@
-"""What a parent of the recorder on made-up devices does and expects, for the torture_*.py."""
+"""A parent of the recorder on virtual devices, and checks of its recordings, for torture_*.py."""
 
 import math
 import os
@@ -13,9 +13,9 @@ READY = b'{"status":"ready"}\n'
 TONES = (440, 1000)
 # A whole number of periods of both tones, so that each can be measured by itself.
 MEASURED_FRAMES = RATE // 20
-# By then both devices and their converters surely run.
+# After these both devices and their converters run.
 SETTLED_FRAMES = 3 * MEASURED_FRAMES
-PATIENCE_SECONDS = 20
+TIMEOUT_SECONDS = 20
 
 
 def start_line(output):
@@ -30,7 +30,7 @@ def start(command, folder, **options):
 
 
 def send(process, line):
-    """Bytes that nobody reads any more are lost."""
+    """Writes to the process. Bytes that it no longer reads are lost."""
     try:
         process.stdin.write(line)
         process.stdin.flush()
@@ -39,9 +39,9 @@ def send(process, line):
 
 
 def read_ready(process):
-    """The ready line, or nothing where the recorder ended instead."""
-    if not select.select([process.stdout], [], [], PATIENCE_SECONDS)[0]:
-        raise subprocess.TimeoutExpired(process.args, PATIENCE_SECONDS)
+    """Returns the ready line, or nothing if the recorder ended instead."""
+    if not select.select([process.stdout], [], [], TIMEOUT_SECONDS)[0]:
+        raise subprocess.TimeoutExpired(process.args, TIMEOUT_SECONDS)
     return process.stdout.readline()
 
 
@@ -51,7 +51,7 @@ def channels(recording):
 
 
 def fault_of_form(recording):
-    """What is wrong with the header and the length of a finished recording, or nothing."""
+    """Returns what is wrong with the header or length of a finished recording, or None."""
     size = len(recording)
     if size < HEADER_SIZE or recording[:4] != b"RIFF" or recording[8:40] != FORMAT:
         return "a broken header"
@@ -70,7 +70,7 @@ def amplitude(samples, hertz):
 
 
 def fault_of_sound(samples):
-    """What else than both tones at their level is in MEASURED_FRAMES samples, or nothing."""
+    """Returns what is wrong with the tones in MEASURED_FRAMES samples, or None."""
     rest = sum(s * s for s in samples) / len(samples) / 32767**2
     for hertz in TONES:
         level = amplitude(samples, hertz)
@@ -83,7 +83,7 @@ def fault_of_sound(samples):
 
 
 def fault_of_recording(recording):
-    """What is wrong with a finished recording of at least SETTLED_FRAMES, or nothing."""
+    """Returns what is wrong with a finished recording of at least SETTLED_FRAMES, or None."""
     if recording is None:
         return "no recording"
     fault = fault_of_form(recording)

@@ -23,8 +23,8 @@ import time
 
 import torture
 
-# The made-up devices hand over their first 80 ms at once, and a tick comes every 20 ms; the rest is
-# what a busy machine may add.
+# The virtual devices deliver their first 80 ms in one buffer, and the mixer ticks every 20 ms; the
+# rest allows for a busy machine.
 LONGEST_LAG_SECONDS = 0.08 + 0.02 + 0.2
 # At the stop one source may reach further than the other.
 UNEVEN_FRAMES = 1920
@@ -44,7 +44,7 @@ def draw_victims(count, seed):
 
 
 def kill_recorder(recorder, repair, victim):
-    """Gives (what was wrong or nothing, seconds that are missing in the file)."""
+    """Returns (what was wrong or None, seconds missing in the file)."""
     with tempfile.TemporaryDirectory(prefix="quenlor-torture-") as folder:
         output = pathlib.Path(folder, "recording.wav")
         with torture.start([recorder], folder) as process:
@@ -87,7 +87,7 @@ def check_remains(output, repair, recorded, phase):
 
 
 def be_parent(recorder, folder, output, phase, report):
-    """What the process does that is going to be killed."""
+    """The parent process, which is going to be killed."""
     process = torture.start([recorder], folder)
     if phase != "waiting":
         torture.send(process, torture.start_line(output))
@@ -101,7 +101,7 @@ def be_parent(recorder, folder, output, phase, report):
 
 
 def orphan(recorder, folder, output, phase):
-    """Kills a parent in a phase; gives the recorder's exit status, or nothing where it lives on."""
+    """Kills a parent in a phase. Returns the recorder's exit status, or None if it lives on."""
     reader, report = os.pipe()
     parent = os.fork()
     if parent == 0:
@@ -131,7 +131,7 @@ def fault_of_orphan(recorder, phase):
         status = orphan(recorder, folder, output, phase)
         if status is None:
             return "outlived its parent"
-        # The result line may have found room in the pipe before the parent died.
+        # The result line may have been written before the parent died.
         if status != 1 and (status, phase) != (0, "stopping"):
             return f"ended with status {status}"
         if not output.exists():
@@ -140,7 +140,7 @@ def fault_of_orphan(recorder, phase):
 
 
 def sweep_orphans(recorder, rounds):
-    # Orphans come to this process, so that it learns how they end.
+    # Orphans become children of this process, so that it can wait for them.
     pr_set_child_subreaper = 36
     if ctypes.CDLL(None).prctl(pr_set_child_subreaper, 1) != 0:
         raise OSError("This process cannot wait for orphans.")

@@ -77,7 +77,7 @@ def record(program, folder, microphone, fault):
     times = [play(microphone, begin) for _ in range(SOUNDS)]
     fail_server(fault)
     times += [play(microphone, begin) for _ in range(SOUNDS)]
-    recorder.communicate(b"stop\n", torture.PATIENCE_SECONDS)
+    recorder.communicate(b"stop\n", torture.TIMEOUT_SECONDS)
     return output.read_bytes(), times
 
 

@@ -56,6 +56,23 @@ TEST_F(QueueTimerTest, TicksOnTheQueueAndNeverEarly) {
     EXPECT_GE(times[n], start + (3 + static_cast<int>(n)) * interval);
 }
 
+// One run more a tick, and not all that is missing at once.
+TEST_F(QueueTimerTest, RunsTwiceAtATickWhileItIsBehind) {
+  int runs = 0, questions = 0;
+  QueueTimer late{loop, queue, [&](std::chrono::nanoseconds period) {
+                    EXPECT_EQ(period, interval);
+                    return ++questions <= 3;
+                  }};
+  Gate enough;
+  late.setEventHandler([&] {
+    if (++runs == 8) enough.open();
+  });
+  startTimer(late);
+  enough.await();
+  late.cancel();
+  queue->sync([&] { EXPECT_EQ(questions, runs - 3); });
+}
+
 // The deadline after a tick half an interval late is half an interval away. A noisy machine can
 // make that tick late too, but not every time; a timer that adds up intervals is late every time.
 TEST_F(QueueTimerTest, ALateTickDoesNotMoveTheGrid) {
