@@ -15,7 +15,7 @@
 
 namespace quenlor::platform::virtualhost {
 
-/// What a host hands out and wants back.
+/// The kinds of objects that a host makes and expects to be released.
 enum class ObjectKind {
   tap,
   aggregateDevice,
@@ -29,11 +29,13 @@ enum class ObjectKind {
 };
 inline constexpr std::size_t kObjectKindCount = 9;
 
-/// The book of all calls made to the virtual host: lists them, counts them, fails those it was told
-/// to fail, and weighs what was created against what was destroyed. Safe from any thread.
+/// Records all calls to the virtual host, makes chosen ones fail, and counts the objects that are
+/// created and destroyed. Thread-safe.
 ///
 /// Names are those of the seam's functions: createProcessTap, getPropertyData(dOut), makeConverter
-/// and so on; engine.prepare, engine.start, engine.isRunning and engine.stop for the engine's.
+/// and so on; engine.prepare, engine.start, engine.isRunning and engine.stop for the engine's;
+/// installTap(1024) with the buffer size that is asked for, and schedule(delay,interval,leeway) in
+/// nanoseconds for a timer.
 /// A call that the ledger fails has no effect: a destroyProcessTap that fails leaves the tap alive.
 class CallLedger {
  public:
@@ -56,7 +58,7 @@ class CallLedger {
 
   std::uint64_t count(std::string_view name) const;
 
-  /// How many calls were made that could have failed: the upper end of a sweep with failCall().
+  /// The number of calls so far that can fail: the last number for a sweep with failCall().
   std::uint64_t failableCalls() const;
 
   /// Names of the calls that were made to fail, in order.
@@ -69,18 +71,18 @@ class CallLedger {
   /// Objects of any kind that are still alive.
   std::uint64_t aliveInAll() const;
 
-  /// What no correct caller does, in words: destroying an object twice, a second tap on a bus.
+  /// Descriptions of incorrect calls, such as destroying an object twice or a tap on a wrong bus.
   std::vector<std::string> misuses() const;
 
-  // From here on: what the virtual host reports.
+  // The following are called by the virtual host.
 
   /// A call that cannot fail.
   void record(std::string_view name);
 
-  /// A call that can fail: 0 if it is to go on, or the status that it fails with.
+  /// A call that can fail. Returns 0, or the status that the call has to fail with.
   [[nodiscard]] OSStatus attempt(std::string_view name);
 
-  /// As attempt(), for a call that is counted but not listed.
+  /// Like attempt(), for a call that is counted but not listed.
   [[nodiscard]] OSStatus attemptUnlisted(std::string_view name);
 
   void noteCreated(ObjectKind kind);

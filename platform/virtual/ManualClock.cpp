@@ -16,12 +16,12 @@ namespace {
 
 }  // namespace
 
-/// Lives on while work waits, though the queue itself may be gone.
+/// Outlives the queue while work is pending.
 struct ManualClock::QueueState {
   void runNext() {
     busy = true;
     {
-      // What the work held dies inside this block, as the queue's work.
+      // The work's captures are destroyed inside this block, as the queue's work.
       const DispatchQueue::Work work = std::move(waiting.front());
       waiting.pop_front();
       work();
@@ -69,7 +69,7 @@ class ManualClock::Queue final : public DispatchQueue {
 };
 
 struct ManualClock::TimerState {
-  /// Sets the next deadline: the first one of the grid that lies after time.
+  /// Sets the next deadline: the first one of the schedule after time.
   void advanceBeyond(std::chrono::nanoseconds time) {
     deadline += ((time - deadline) / interval + 1) * interval;
   }
@@ -112,7 +112,7 @@ class ManualClock::Timer final : public DispatchTimer {
   void resume() override { state->resumed = true; }
 
   void cancel() override {
-    // Letting go of the handler may destroy this timer.
+    // Releasing the handler may destroy this timer.
     const std::shared_ptr<TimerState> kept = state;
     kept->cancelled = true;
     std::erase(clock.timers, kept);
@@ -126,7 +126,7 @@ class ManualClock::Timer final : public DispatchTimer {
 
 ManualClock::~ManualClock() {
   while (!turns.empty()) {
-    // Work may hold its own queue, so it has to be taken out of there.
+    // Work may own its queue: removing it breaks the cycle.
     const std::shared_ptr<QueueState> queue = std::move(turns.front());
     turns.pop_front();
     queue->waiting.clear();

@@ -10,15 +10,14 @@
 
 namespace quenlor::platform::virtualhost {
 
-/// A pace that stands still until it is told to go on.
+/// A pace whose time advances only in advance().
 ///
-/// Everything runs on the one thread that calls advance(), runPending() or a queue's sync(), so
-/// that a run is the same each time. Nothing here may be called from another thread. The clock
-/// outlives the queues and timers that it made.
+/// Everything runs on the thread that calls advance(), runPending() or a queue's sync(), so that
+/// every run is the same. Not thread-safe. The clock outlives the queues and timers that it made.
 ///
-/// A queue's async() leaves its work for the next of these calls; sync() first runs the work that
-/// waits on that queue, then its own item, on the caller's stack. Waiting for a queue whose work is
-/// running ends the program, since on real queues it would never end.
+/// A queue's async() leaves its work for the next of these calls. sync() runs the queue's pending
+/// work, then its own, on the caller's stack. sync() on a queue whose work is running aborts the
+/// program, since on a real queue it would deadlock.
 class ManualClock final : public Pace {
  public:
   /// What currentTime() says before the first advance(): 2026-01-01 00:00:00 UTC.
@@ -26,15 +25,15 @@ class ManualClock final : public Pace {
       std::chrono::sys_days{std::chrono::year{2026} / std::chrono::January / 1};
 
   ManualClock() = default;
-  /// Drops the work that still waits.
+  /// Drops the pending work.
   ~ManualClock() override;
 
-  /// Runs the waiting work, then every timer tick that falls within duration, in the order of their
-  /// deadlines (of their schedule() calls where two are equal), and after each the work that it
-  /// made. Not called from a work item.
+  /// Runs the pending work, then every timer tick within duration in the order of their deadlines
+  /// (of their schedule() calls if two are equal), and after each tick the work that it submitted.
+  /// Must not be called from a work item.
   void advance(std::chrono::nanoseconds duration);
 
-  /// Runs the work that waits on all queues, and what it submits, in the order of submission.
+  /// Runs the pending work of all queues, and the work that it submits, in the order of submission.
   void runPending();
 
   std::shared_ptr<DispatchQueue> makeQueue(const std::string& label) override;
@@ -52,9 +51,9 @@ class ManualClock final : public Pace {
   std::shared_ptr<TimerState> nextDue(std::chrono::nanoseconds limit);
 
   std::chrono::nanoseconds now{0};
-  /// One entry for each work item submitted, naming its queue; the items wait in the queues.
+  /// The queue of each pending work item, in the order of submission. The queues hold the items.
   std::deque<std::shared_ptr<QueueState>> turns;
-  /// Timers with a grid, in the order of their schedule() calls.
+  /// Scheduled timers, in the order of their schedule() calls.
   std::vector<std::shared_ptr<TimerState>> timers;
   bool running = false;
 };

@@ -7,6 +7,13 @@
 
 namespace quenlor::platform::virtualhost {
 
+// The devices first, since their work waits for that of the queues. The queues' loop times the
+// devices' timers as well, so it may post to the devices' loop until it has stopped.
+RealTimePace::~RealTimePace() {
+  deviceLoop.stop();
+  queueLoop.stop();
+}
+
 std::shared_ptr<DispatchQueue> RealTimePace::makeQueue(const std::string& label) {
   return std::make_shared<SerialQueue>(queueLoop, label);
 }

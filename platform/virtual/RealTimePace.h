@@ -13,6 +13,12 @@ namespace quenlor::platform::virtualhost {
 /// destruction waits for both to end.
 class RealTimePace final : public Pace {
  public:
+  RealTimePace() = default;
+  ~RealTimePace() override;
+
+  RealTimePace(const RealTimePace&) = delete;
+  RealTimePace& operator=(const RealTimePace&) = delete;
+
   std::shared_ptr<DispatchQueue> makeQueue(const std::string& label) override;
   std::shared_ptr<DispatchQueue> makeDeviceQueue() override;
   std::unique_ptr<DispatchTimer> makeTimer(std::shared_ptr<DispatchQueue> queue) override;
@@ -22,7 +28,6 @@ class RealTimePace final : public Pace {
  private:
   const std::chrono::steady_clock::time_point startTime = std::chrono::steady_clock::now();
   EventLoop queueLoop;
-  /// Ends first, since its work waits for that of the other.
   EventLoop deviceLoop;
 };
 

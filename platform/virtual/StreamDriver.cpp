@@ -29,7 +29,7 @@ StreamDriver::~StreamDriver() {
 }
 
 void StreamDriver::startSystem(std::shared_ptr<const SystemReceiver> receiver) {
-  // First, since it may fail: without a timer stopSystem() would leave the receiver in place.
+  // First, since it may throw: without a timer, stopSystem() would not remove the receiver.
   timer = pace.makeTimer(deviceQueue);
   {
     MutexLock lock(mutex);
@@ -46,7 +46,7 @@ void StreamDriver::stopSystem() {
   if (!timer) return;
   timer->cancel();
   timer = nullptr;
-  Receiver released;  // outside the lock: what its block holds may come back here as it dies
+  Receiver released;  // destroyed outside the lock: its captures may call this object
   {
     MutexLock lock(mutex);
     released.swap(systemReceiver);
@@ -79,8 +79,8 @@ void StreamDriver::setMicrophoneSignal(Signal signal) {
   microphoneSignal = signal;
 }
 
-// Who takes the buffers is looked up as the devices' work, so that a stop, which first takes the
-// receiver away and then waits for its turn, lets no later call through.
+// The receiver is looked up as the devices' work. A stop removes the receiver and then waits for
+// that work, so no call comes after it.
 bool StreamDriver::deliverSystem(AudioBufferList buffers) {
   bool taken = false;
   deviceQueue->sync([&] {
@@ -115,7 +115,7 @@ StreamDriver::Tap StreamDriver::runningTap() {
 
 void StreamDriver::deliverDue() {
   const Turn turn = takeTurn();
-  // A tick that came late has taken this one's share; a device never delivers an empty buffer.
+  // A late tick has delivered this one's cycles too. A device never delivers an empty buffer.
   if (turn.firstCycle == turn.lastCycle) return;
   if (output && turn.receiver && turn.outputSignal != Signal::nothing) {
     const bool silent = turn.outputSignal == Signal::silence;

@@ -13,22 +13,22 @@
 
 namespace quenlor::platform::virtualhost {
 
-/// Who takes the system's samples: an IO block and the queue to run it on.
+/// The receiver of system audio: an IO block and the queue to run it on.
 struct SystemReceiver {
   std::shared_ptr<DispatchQueue> queue;
   AudioHardware::IOBlock block;
 };
 
-/// Hands the virtual devices' samples to whoever registered for them.
+/// Delivers the virtual devices' samples to the registered blocks.
 ///
-/// Both streams start with the device: until startSystem() an engine that runs delivers nothing.
-/// After kFirstBurst each stream hands over all it has in one buffer, the system first and the
-/// microphone right after it; from then on one buffer each every kCycle. That reserve keeps both
-/// tones whole: a mixer that drains every 20 ms pads whichever source is short at that moment.
-/// After n cycles a stream has delivered floor(n * rate / 100) frames. Cycles that come late are
-/// handed over together.
+/// Both streams start in startSystem(): before it, a running engine delivers nothing. Each stream
+/// delivers its first kFirstBurst in one buffer, the system first and the microphone right after
+/// it, and from then on one buffer every kCycle. The first burst is the mixer's prefill, since the
+/// mixer pads the shorter source with silence every 20 ms. It is longer than the resampler's
+/// latency at 8 kHz and above; at lower rates it may be shorter, and then tones have gaps. After n
+/// cycles a stream has delivered floor(n * rate / 100) frames. Late cycles are delivered together.
 ///
-/// The functions are called from the control thread, and from no block, unless they say otherwise.
+/// All functions are called from the control thread, not from a block, unless stated otherwise.
 class StreamDriver {
  public:
   static constexpr std::chrono::milliseconds kCycle{10};
@@ -38,23 +38,23 @@ class StreamDriver {
   StreamDriver(Pace& drivingPace, const VirtualSettings& settings);
   ~StreamDriver();
 
-  /// Starts both streams at frame 0; the receiver takes the system's.
+  /// Starts both streams at frame 0. The receiver gets the system's.
   void startSystem(std::shared_ptr<const SystemReceiver> receiver);
-  /// Ends both streams. Once this has returned, no receiver is called any more.
+  /// Ends both streams. No receiver is called after this returns.
   void stopSystem();
 
   void startMicrophone(std::shared_ptr<const AudioEngine::TapBlock> tap);
-  /// Once this has returned, tap is not called any more. Does nothing for any other tap.
+  /// tap is not called after this returns. Does nothing if another tap was started.
   void stopMicrophone(const std::shared_ptr<const AudioEngine::TapBlock>& tap);
-  /// As stopMicrophone(), but called from anywhere and without waiting for a call under way.
+  /// Like stopMicrophone(), but called from any thread and without waiting for a running call.
   void forgetMicrophone(const std::shared_ptr<const AudioEngine::TapBlock>& tap);
 
   /// Called from any thread.
   void setOutputSignal(Signal signal);
   void setMicrophoneSignal(Signal signal);
 
-  /// Hands these buffers to the running receiver now, whatever the streams do, and returns when it
-  /// has taken them. False where there is none.
+  /// Delivers these buffers to the running receiver, independent of the streams, and returns when
+  /// it has returned. False if there is no receiver.
   [[nodiscard]] bool deliverSystem(AudioBufferList buffers);
   [[nodiscard]] bool deliverMicrophone(std::shared_ptr<PCMBuffer> buffer);
 
@@ -65,14 +65,14 @@ class StreamDriver {
   struct Stream {
     explicit Stream(const DeviceSettings& device) : settings(device), tone(device) {}
 
-    /// The samples of the cycles from first up to last, in a buffer of their own.
+    /// Returns a new buffer with the samples of the cycles [first, last).
     std::shared_ptr<PCMBuffer> cut(std::uint64_t first, std::uint64_t last, bool silent) const;
 
     DeviceSettings settings;
     ToneSource tone;
   };
 
-  /// What one turn of the devices hands over, and to whom.
+  /// What the devices deliver next, and to which blocks.
   struct Turn {
     std::uint64_t firstCycle;
     std::uint64_t lastCycle;
@@ -89,7 +89,7 @@ class StreamDriver {
   void waitForTurn() const;
 
   Pace& pace;
-  /// Stands for the devices' own thread: all receivers are called from its work.
+  /// The devices' own thread: all receivers are called as its work.
   const std::shared_ptr<DispatchQueue> deviceQueue;
   const std::optional<Stream> output;
   const std::optional<Stream> microphone;

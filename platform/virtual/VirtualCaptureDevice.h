@@ -11,14 +11,14 @@
 
 namespace quenlor::platform::virtualhost {
 
-/// A user whose answer is known beforehand. The answer comes on a thread of its own, under a manual
-/// clock too, since whoever asked may block until it is there.
+/// A capture device whose user answers as the settings say. The answer comes on a thread of its
+/// own, under a manual clock too, since the caller may block until it comes.
 class VirtualCaptureDevice final : public CaptureDevice {
  public:
   static constexpr const char* kMicrophoneName = "Virtual Microphone";
 
   VirtualCaptureDevice(CallLedger& callLedger, const VirtualSettings& settings);
-  /// Waits for an answer that is on its way.
+  /// Waits for a pending answer.
   ~VirtualCaptureDevice() override;
 
   AuthorizationStatus authorizationStatus() override;

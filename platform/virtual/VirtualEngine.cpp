@@ -2,6 +2,7 @@
 
 #include "platform/AudioPlatform.h"
 
+#include <string>
 #include <utility>
 
 namespace quenlor::platform::virtualhost {
@@ -12,7 +13,7 @@ VirtualEngine::VirtualEngine(StreamDriver& streamDriver, CallLedger& callLedger,
   ledger.noteCreated(ObjectKind::engine);
 }
 
-// The engine may die inside a block, where it must not wait for the devices' thread.
+// The engine may be destroyed inside a block, where it must not wait for the devices' thread.
 VirtualEngine::~VirtualEngine() {
   if (tap) {
     driver.forgetMicrophone(tap);
@@ -21,15 +22,18 @@ VirtualEngine::~VirtualEngine() {
   ledger.noteDestroyed(ObjectKind::engine);
 }
 
-AudioFormat VirtualEngine::inputFormat(std::uint32_t /*bus*/) {
+AudioFormat VirtualEngine::inputFormat(std::uint32_t bus) {
+  noteWrongBus(bus, "inputFormat");
   const OSStatus status = ledger.attempt("inputFormat");
   if (status != kAudioHardwareNoError || !format) return AudioFormat::float32(0, 0, false);
   return *format;
 }
 
-void VirtualEngine::installTap(std::uint32_t /*bus*/, std::uint32_t /*bufferSize*/,
-                               const AudioFormat& /*format*/, TapBlock block) {
-  ledger.record("installTap");
+void VirtualEngine::installTap(std::uint32_t bus, std::uint32_t bufferSize,
+                               const AudioFormat& tapFormat, TapBlock block) {
+  ledger.record("installTap(" + std::to_string(bufferSize) + ')');
+  noteWrongBus(bus, "installTap");
+  if (tapFormat != format) ledger.noteMisuse("installTap in a format that is not the input's");
   if (tap) {
     ledger.noteMisuse("installTap on a bus that has a tap");
     dropTap();
@@ -39,8 +43,9 @@ void VirtualEngine::installTap(std::uint32_t /*bus*/, std::uint32_t /*bufferSize
   if (running) driver.startMicrophone(tap);
 }
 
-void VirtualEngine::removeTap(std::uint32_t /*bus*/) {
+void VirtualEngine::removeTap(std::uint32_t bus) {
   ledger.record("removeTap");
+  noteWrongBus(bus, "removeTap");
   if (tap) dropTap();
 }
 
@@ -65,6 +70,10 @@ void VirtualEngine::stop() {
   ledger.record("engine.stop");
   running = false;
   if (tap) driver.stopMicrophone(tap);
+}
+
+void VirtualEngine::noteWrongBus(std::uint32_t bus, const std::string& caller) {
+  if (bus != 0) ledger.noteMisuse(caller + " on a bus that does not exist");
 }
 
 void VirtualEngine::dropTap() {

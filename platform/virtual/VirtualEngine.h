@@ -7,19 +7,20 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 
 namespace quenlor::platform::virtualhost {
 
 /// The microphone's engine. One engine delivers at a time: the last one that was started.
 class VirtualEngine final : public AudioEngine {
  public:
-  /// What is referred to outlives the engine. Without a format there is no input.
+  /// The driver and the ledger outlive the engine. Without a format there is no input.
   VirtualEngine(StreamDriver& streamDriver, CallLedger& callLedger,
                 std::optional<AudioFormat> deviceFormat);
   ~VirtualEngine() override;
 
   AudioFormat inputFormat(std::uint32_t bus) override;
-  void installTap(std::uint32_t bus, std::uint32_t bufferSize, const AudioFormat& format,
+  void installTap(std::uint32_t bus, std::uint32_t bufferSize, const AudioFormat& tapFormat,
                   TapBlock block) override;
   void removeTap(std::uint32_t bus) override;
   void prepare() override;
@@ -28,6 +29,7 @@ class VirtualEngine final : public AudioEngine {
   void stop() override;
 
  private:
+  void noteWrongBus(std::uint32_t bus, const std::string& caller);
   void dropTap();
 
   StreamDriver& driver;

@@ -21,7 +21,7 @@ class VirtualHardware final : public AudioHardware {
   static constexpr AudioObjectID kOutputDeviceID = 40;
   static constexpr const char* kOutputDeviceUID = "VirtualOutput";
 
-  /// What is referred to outlives the hardware.
+  /// The driver and the ledger outlive the hardware.
   VirtualHardware(StreamDriver& streamDriver, CallLedger& callLedger,
                   const VirtualSettings& deviceSettings);
 
@@ -40,7 +40,7 @@ class VirtualHardware final : public AudioHardware {
   OSStatus startDevice(AudioObjectID deviceID, AudioDeviceIOProcID ioProcID) override;
   OSStatus stopDevice(AudioObjectID deviceID, AudioDeviceIOProcID ioProcID) override;
 
-  // What the last successful call of each kind was given; it stays when the object is destroyed.
+  // The arguments of the last successful call of each kind, kept after the object is destroyed.
   const std::optional<TapDescription>& lastTapDescription() const { return tapDescription; }
   const std::optional<AggregateDeviceDescription>& lastAggregateDescription() const {
     return aggregateDescription;

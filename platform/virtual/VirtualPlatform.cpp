@@ -12,7 +12,7 @@ namespace quenlor::platform::virtualhost {
 
 namespace {
 
-/// Shares the object under a pointer that tells the ledger when its last owner lets go.
+/// Wraps the object in a shared pointer that notifies the ledger when the last owner releases it.
 template <typename Object>
 std::shared_ptr<Object> counted(std::shared_ptr<Object> object, ObjectKind kind,
                                 const std::shared_ptr<CallLedger>& ledger) {
@@ -32,6 +32,13 @@ class CountedTimer final : public ForwardingTimer {
     ledger->noteCreated(ObjectKind::timer);
   }
   ~CountedTimer() override { ledger->noteDestroyed(ObjectKind::timer); }
+
+  void schedule(std::chrono::nanoseconds delay, std::chrono::nanoseconds interval,
+                std::chrono::nanoseconds leeway) override {
+    ledger->record("schedule(" + std::to_string(delay.count()) + ',' +
+                   std::to_string(interval.count()) + ',' + std::to_string(leeway.count()) + ')');
+    ForwardingTimer::schedule(delay, interval, leeway);
+  }
 
  private:
   const std::shared_ptr<CallLedger> ledger;

@@ -16,13 +16,13 @@
 
 namespace quenlor::platform::virtualhost {
 
-/// A host without an operating system: in-process devices that play known tones, at any pace, with
-/// every call on record and any call made to fail.
+/// A host with virtual devices that play known tones at any pace. Every call is recorded, and any
+/// call can be made to fail.
 ///
-/// How the calls that the ledger fails look to the caller: hardware calls give its status, start()
-/// and makeEngine() throw PlatformError, inputFormat() has 0 channels, makeFormat(), makeBuffer(),
-/// makeConverter() and defaultDevice() give nothing, convert() reports an error object,
-/// authorizationStatus() is denied and requestAccess() is answered with no.
+/// Calls that the ledger fails: hardware calls return its status, start() and makeEngine() throw
+/// PlatformError, inputFormat() returns 0 channels, makeFormat(), makeBuffer(), makeConverter() and
+/// defaultDevice() return nothing, convert() reports an exception, authorizationStatus() returns
+/// denied, and the answer to requestAccess() is no.
 class VirtualPlatform final : public AudioPlatform {
  public:
   explicit VirtualPlatform(std::shared_ptr<Pace> drivingPace, const VirtualSettings& settings = {});
@@ -40,20 +40,20 @@ class VirtualPlatform final : public AudioPlatform {
                                                 const AudioFormat& to) override;
   std::chrono::system_clock::time_point currentTime() override;
 
-  // From here on: what tests ask for. Called from the control thread, and from no block.
+  // The following are for tests. Called from the control thread, not from a block.
 
-  /// May be kept beyond the platform's life, to see that nothing is left over.
+  /// May outlive the platform, to check that all objects were destroyed.
   const std::shared_ptr<CallLedger>& ledger() const { return callLedger; }
 
   void setOutputSignal(Signal signal) { driver.setOutputSignal(signal); }
   void setMicrophoneSignal(Signal signal) { driver.setMicrophoneSignal(signal); }
 
-  /// Hands these buffers, whatever they are, to the IO block on its queue, and returns when it has
-  /// taken them. Throws std::logic_error unless the device runs.
+  /// Delivers these buffers, valid or not, to the IO block on its queue, and returns when the block
+  /// has returned. Throws std::logic_error unless the device runs.
   void deliverSystem(AudioBufferList buffers);
 
-  /// Hands this buffer to the engine's tap. Throws std::logic_error unless the engine runs with a
-  /// tap.
+  /// Delivers this buffer to the engine's tap. Throws std::logic_error unless the engine runs with
+  /// a tap.
   void deliverMicrophone(std::shared_ptr<PCMBuffer> buffer);
 
  private:

@@ -8,7 +8,7 @@
 
 namespace quenlor::platform::virtualhost {
 
-/// What a virtual device hands over by itself. The tone runs on by time whether heard or not.
+/// What a virtual device delivers by itself. The tone advances with time, whether delivered or not.
 enum class Signal {
   tone,
   silence,
@@ -32,19 +32,20 @@ struct DeviceSettings {
   AudioFormat format() const { return AudioFormat::float32(sampleRate, channelCount, interleaved); }
 };
 
-/// Unlike in rate, layout and pitch, so that both sources need converting and can be told apart.
+/// Different in rate, layout and pitch, so that both sources are converted and can be
+/// distinguished.
 inline constexpr DeviceSettings kDefaultOutput{
     .sampleRate = 44100, .channelCount = 2, .interleaved = true, .toneFrequency = 440};
 inline constexpr DeviceSettings kDefaultMicrophone{
     .sampleRate = 16000, .channelCount = 1, .interleaved = false, .toneFrequency = 1000};
 
 struct VirtualSettings {
-  /// Absent: there is no default output device. A tap can still be made; it delivers nothing.
+  /// If absent, there is no default output device. A tap can still be made; it delivers nothing.
   std::optional<DeviceSettings> output = kDefaultOutput;
-  /// Absent: the input node has 0 channels and there is no default capture device.
+  /// If absent, the input node has 0 channels and there is no default capture device.
   std::optional<DeviceSettings> microphone = kDefaultMicrophone;
-  /// What the aggregate device's stream format says in place of the output's own. The samples
-  /// delivered stay those of output.
+  /// Reported as the aggregate device's stream format instead of output's own. The samples
+  /// delivered are still those of output.
   std::optional<AudioStreamBasicDescription> reportedStreamFormat = std::nullopt;
   AuthorizationStatus authorizationStatus = AuthorizationStatus::authorized;
   /// The user's answer when asked.

@@ -46,11 +46,6 @@ class Conversation : public testing::Test {
 
 inline constexpr std::string_view readyLine = "{\"status\":\"ready\"}\n";
 inline constexpr std::string_view traceTag = "[QuenlorHelperAudio] ";
-/// A lone continuation, a broken and an unfinished sequence, an overlong form, half of a surrogate
-/// pair, a number beyond Unicode, and a byte that never occurs.
-inline const std::vector<std::string> malformedUTF8 = {
-    "\x80", "\xC3\x28", "\xE2\x82", "\xC0\x80", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xFF"};
-
 [[nodiscard]] std::vector<std::string> linesOf(const std::string& text);
 /// How many of the lines contain `part`.
 [[nodiscard]] std::size_t countLines(const std::string& text, std::string_view part);

@@ -4,10 +4,15 @@
 #include "tests/conversation/Conversation.h"
 #include "tests/support/WaveFile.h"
 
+#include <algorithm>
+#include <array>
+#include <climits>
 #include <csignal>
+#include <fcntl.h>
 #include <string>
 #include <thread>
 #include <tuple>
+#include <unistd.h>
 
 namespace quenlor::test {
 
@@ -57,6 +62,35 @@ TEST_F(Streams, OutputClosedByTheReaderKeepsOnlyACompleteFile) {
     EXPECT_EQ(fs::exists(output), ready);
   }
   EXPECT_NO_THROW((void)readWaveFile(output));
+}
+
+// They go to a pipe that keeps writes apart and has room for one of them. It is full at first, and
+// the program's end does not wait for room.
+TEST_F(Streams, RepliesComeInTwoWritesEachOnceThereIsRoom) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::pipe(ends.data()), 0);
+  const FileHandle reader(ends[0]);
+  FileHandle writer(ends[1]);
+  ASSERT_GT(::fcntl(ends[1], F_SETPIPE_SZ, 1), 0);
+  ASSERT_EQ(::fcntl(ends[1], F_SETFL, O_DIRECT | O_NONBLOCK), 0);
+  writer.write("full");
+  setUp += "exec 1>&" + std::to_string(ends[1]) + "\n";
+  ChildProcess child = launch();
+  writer = FileHandle();
+  child.write(startLine() + "stop\n");
+  while (readFile(traceFile).find("reached ready state") == std::string::npos)
+    std::this_thread::yield();
+  const auto nextWrite = [&] {
+    std::array<char, PIPE_BUF> bytes{};
+    const ssize_t count = ::read(reader.fileDescriptor(), bytes.data(), bytes.size());
+    return std::string(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+  };
+  EXPECT_EQ(nextWrite(), "full");
+  EXPECT_EQ(nextWrite(), R"({"status":"ready"})");
+  EXPECT_EQ(nextWrite(), "\n");
+  EXPECT_TRUE(nextWrite().ends_with('}'));
+  EXPECT_EQ(nextWrite() + nextWrite(), "\n") << "and the end of the output";
+  EXPECT_EQ(finish(child).status, 0) << child.standardError();
 }
 
 // They go to a pipe that the title alone fills, then to one without a reader.

@@ -5,9 +5,11 @@
 
 #include <ctime>
 #include <functional>
+#include <memory>
 #include <regex>
 #include <string>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace quenlor::test {
@@ -72,6 +74,13 @@ std::vector<std::string> messagesOf(const std::string& trace) {
   return messages;
 }
 
+// Whether the program has come to its first line. (Its name changes when the shell has become it.)
+bool isWaitingForInput(const ChildProcess& child) {
+  const std::string process = "/proc/" + std::to_string(child.pid());
+  return readFile(process + "/comm").starts_with("QuenlorHelper") &&
+         readFile(process + "/stat").find(") S ") != std::string::npos;
+}
+
 TEST_F(Trace, TellsEveryStepInBothPlaces) {
   const Outcome run = recordUntil("stop\n");
   EXPECT_EQ(messagesOf(run.errors), messagesOfARecording);
@@ -79,12 +88,20 @@ TEST_F(Trace, TellsEveryStepInBothPlaces) {
 }
 
 TEST_F(Trace, TellsTheTimeInUtc) {
-  setUp += "export TZ=FAR-11:30\n";
-  const Outcome run = converse("{}\n");
-  std::tm fields{};
-  const std::string time = run.errors.substr(traceTag.size(), 20);
-  ASSERT_NE(strptime(time.c_str(), "%Y-%m-%dT%H:%M:%SZ", &fields), nullptr) << time;
-  EXPECT_NEAR(std::difftime(std::time(nullptr), timegm(&fields)), 0, 60);
+  // A time zone whose clock has counted 1000 leap seconds since 1970.
+  const std::string zoneFile = folder / "zone";
+  const std::string header = "TZif" + std::string(24, '\0');
+  writeFile(zoneFile, header + std::string("\0\0\0\1\0\0\0\0\0\0\0\1\0\0\0\4"
+                                           "\0\0\0\0\0\0UTC\0\0\0\0\1\0\0\3\350",
+                                           34));
+  for (const std::string& zone : {std::string("FAR-11:30"), ":" + zoneFile}) {
+    setUp += "export TZ=" + zone + "\n";
+    const Outcome run = converse("{}\n");
+    std::tm fields{};
+    const std::string time = run.errors.substr(traceTag.size(), 20);
+    ASSERT_NE(strptime(time.c_str(), "%Y-%m-%dT%H:%M:%SZ", &fields), nullptr) << time;
+    EXPECT_NEAR(std::difftime(std::time(nullptr), timegm(&fields)), 0, 60) << zone;
+  }
 }
 
 TEST_F(Trace, FileGrowsFromRunToRunAndHoldsErrors) {
@@ -100,6 +117,23 @@ TEST_F(Trace, FileGrowsFromRunToRunAndHoldsErrors) {
       "Error: Mixed mode is required for Quenlor helper capture. Received: \xC3\xA4",
   };
   EXPECT_EQ(messagesOf(readFile(traceFile)), expected);
+}
+
+TEST_F(Trace, FileHoldsTheLinesOfAllThatMakeItAtOnce) {
+  constexpr std::size_t programs = 8;
+  for (int round = 0; round < 10; ++round) {
+    std::vector<std::unique_ptr<ChildProcess>> running;
+    for (std::size_t i = 0; i < programs; ++i)
+      running.push_back(
+          std::make_unique<ChildProcess>(std::vector<std::string>{QUENLOR_SIDECAR_PATH}, setUp));
+    for (const auto& child : running)
+      while (!isWaitingForInput(*child)) std::this_thread::yield();
+    for (const auto& child : running) child->closeInput();
+    for (const auto& child : running) EXPECT_EQ(child->waitForExit(), 1);
+    EXPECT_EQ(countLines(readFile(traceFile), "Error: "), programs);
+    EXPECT_EQ(filesLeft(), std::set<std::string>{});
+    fs::remove(traceFile);
+  }
 }
 
 TEST_F(Trace, FileIsLeftAloneUnlessItIsOurs) {

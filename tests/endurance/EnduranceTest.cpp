@@ -11,7 +11,6 @@
 #include <fstream>
 #include <malloc.h>
 #include <optional>
-#include <random>
 #include <span>
 #include <unistd.h>
 
@@ -19,7 +18,7 @@ namespace quenlor::test {
 namespace {
 
 constexpr std::int64_t framesPerTick = 960;
-constexpr std::uint32_t ticksPerMinute = 3000;
+constexpr std::int64_t ticksPerMinute = 3000;
 constexpr std::chrono::minutes oneMinute{1};
 
 /// How long the recordings are, in minutes of their own time.
@@ -28,40 +27,20 @@ int minutesToRecord() {
   return minutes != nullptr ? std::atoi(minutes) : 10;
 }
 
-/// How many frames a device with a clock of its own hands over in each tick of the mixer's. About
-/// once a minute it fails for 40 to 400 ms: what it missed comes afterwards in one burst, or is
-/// lost, the latter so seldom that a fast clock still gets ahead.
-class DriftingSource {
- public:
-  /// partsPerMillion is how much faster than 48 kHz the device's clock runs.
-  DriftingSource(std::int64_t partsPerMillion, std::uint32_t seed)
-      : framesPerMillionTicks(framesPerTick * (1'000'000 + partsPerMillion)), random(seed) {}
-
-  std::uint32_t nextTick() {
-    owedMillionths += framesPerMillionTicks;
-    const std::int64_t due = owedMillionths / 1'000'000;
-    owedMillionths %= 1'000'000;
-    withheld += due;
-    if (missedTicks > 0 && --missedTicks > 0) return 0;
-    if (losesThem) withheld = due;
-    losesThem = false;
-    if (random() % ticksPerMinute == 0) {
-      missedTicks = 2 + static_cast<int>(random() % 19);
-      losesThem = random() % 50 == 0;
-    }
-    const auto given = static_cast<std::uint32_t>(withheld);
-    withheld = 0;
-    return given;
-  }
-
- private:
-  const std::int64_t framesPerMillionTicks;
-  std::mt19937 random;
-  std::int64_t owedMillionths = 0;
-  std::int64_t withheld = 0;
-  int missedTicks = 0;
-  bool losesThem = false;
-};
+/// How many frames a device hands over in a tick of the mixer's, counted from 0, if its clock runs
+/// faster than 48 kHz by partsPerMillion. Once a minute it fails for 200 ms, then catches up at
+/// once.
+std::uint32_t framesOfTick(std::int64_t tick, std::int64_t partsPerMillion) {
+  constexpr std::int64_t failingTicks = 10;
+  const auto framesUntil = [&](std::int64_t end) {
+    return framesPerTick * end * (1'000'000 + partsPerMillion) / 1'000'000;
+  };
+  // Devices on different clocks fail at different times.
+  const std::int64_t tickOfMinute = (tick + ticksPerMinute - partsPerMillion) % ticksPerMinute;
+  if (tickOfMinute < failingTicks) return 0;
+  const std::int64_t first = tickOfMinute == failingTicks ? tick - failingTicks : tick;
+  return static_cast<std::uint32_t>(framesUntil(tick + 1) - framesUntil(first));
+}
 
 /// What this process holds of the machine.
 struct ResourceUse {
@@ -159,12 +138,11 @@ class Endurance : public SessionFixture {
 TEST_F(Endurance, DriftGapsAndBurstsLeaveMemoryAndCountsAsTheMixingRulesSay) {
   makeSession(exactDevices());
   session->start();
-  DriftingSource system(300, 1);
-  DriftingSource microphone(-300, 2);
+  std::int64_t now = 0;
   for (int minute = 1; minute <= minutesToRecord(); ++minute) {
-    for (std::uint32_t i = 0; i < ticksPerMinute; ++i) {
-      const std::uint32_t systemFrames = system.nextTick();
-      const std::uint32_t microphoneFrames = microphone.nextTick();
+    for (std::int64_t i = 0; i < ticksPerMinute; ++i, ++now) {
+      const std::uint32_t systemFrames = framesOfTick(now, 300);
+      const std::uint32_t microphoneFrames = framesOfTick(now, -300);
       deliver(systemFrames, microphoneFrames);
       tick();
       model.deliver(systemFrames, microphoneFrames);

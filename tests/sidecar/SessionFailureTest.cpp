@@ -1,5 +1,5 @@
-#include "FileSizeLimit.h"
 #include "SessionFixture.h"
+#include "tests/support/FileSizeLimit.h"
 
 #include <filesystem>
 #include <string>

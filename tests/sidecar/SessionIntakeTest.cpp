@@ -43,10 +43,11 @@ TEST_F(SessionIntake, RecordsTheFirstFaultOfALayout) {
                {interleaved, {{2, 0, nullptr}}, noFrames},
                {interleaved, {{2, 255, samples}}, tooLong},
                {planar, {{1, 128, samples}, {1, 132, samples}}, tooLong},
-               {interleaved, {whole, whole}, layout},
-               {planar, {whole}, layout},
-               {interleaved, {{2, 256, nullptr}}, noData},
-               {planar, {{1, 128, samples}, {1, 128, nullptr}}, noData}};
+               {interleaved, {{2, 256, nullptr}, {2, 256, nullptr}}, layout},
+               {planar, {{2, 255, samples}}, layout},
+               {interleaved, {{2, 255, nullptr}}, noData},
+               {planar, {{1, 128, samples}, {1, 132, nullptr}}, noData},
+               {planar, {{1, 130, samples}, {1, 128, nullptr}}, tooLong}};
   for (const auto& [settings, buffers, message] : cases) {
     makeSession(settings);
     session->start();

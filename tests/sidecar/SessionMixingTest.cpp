@@ -1,4 +1,5 @@
 #include "SessionFixture.h"
+#include "WatchedPlatform.h"
 
 #include <chrono>
 #include <cmath>
@@ -75,9 +76,15 @@ TEST_F(SessionMixing, PairsFramesByTheirOrder) {
   expectRuns({{0.75F, 100}, {0.25F, 860}, {0.375F, 1040}});
 }
 
-TEST_F(SessionMixing, DrainsEverythingAtTheStop) {
-  deliverSystem(std::vector<float>(3000, 0.25F));
-  deliverMicrophone(std::vector<float>(1200, 0.5F));
+TEST_F(SessionMixing, DrainsWhatIsStoredAndWhatTheHostDeliversAtTheStop) {
+  makePlatform(exactDevices());
+  WatchedPlatform host(*platform);
+  makeSessionOn(host);
+  session->start();
+  deliverSystem(std::vector<float>(2900, 0.25F));
+  deliverMicrophone(std::vector<float>(1000, 0.5F));
+  host.onRemoveTap = [this] { deliverMicrophone(std::vector<float>(200, 0.5F)); };
+  host.onStopDevice = [this] { deliverSystem(std::vector<float>(100, 0.25F)); };
   EXPECT_EQ(session->stop().sizeBytes, 44 + 4 * 3000U);
   expectRuns({{0.75F, 1200}, {0.25F, 1800}});
 }

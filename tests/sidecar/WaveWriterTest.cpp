@@ -1,7 +1,8 @@
-#include "FileSizeLimit.h"
+#include "FailingCalls.h"
 #include "SampleEncoding.h"
 #include "WaveWriter.h"
 #include "WaveWriterError.h"
+#include "tests/support/FileSizeLimit.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/WaveFile.h"
 
@@ -99,15 +100,25 @@ TEST_F(WaveWriterTest, CountsOnlyWhatWasWritten) {
       << "what a failed write came to stays behind the data that the header counts";
 }
 
-TEST_F(WaveWriterTest, FinalizesOnceThereIsRoomAgain) {
-  WaveWriter writer(path);
-  writer.append({0.5F}, {-0.5F}, 1);
-  {
-    const test::FileSizeLimit limit(10);
-    EXPECT_THROW(writer.finalize(0), std::system_error);
+TEST_F(WaveWriterTest, ReportsAFailedCloseButNoInterruption) {
+  for (const int error : {EINTR, EIO, EDQUOT}) {
+    WaveWriter writer(path);
+    test::interruptions = 3;
+    writer.append({0.5F}, {0.5F}, 1);
+    EXPECT_EQ(test::interruptions, 0);
+    int reported = 0;
+    test::closeError = error;
+    try {
+      writer.finalize(0);
+    } catch (const std::system_error& failure) {
+      reported = failure.code().value();
+    }
+    test::closeError = 0;
+    EXPECT_EQ(reported, error == EINTR ? 0 : error);
+    EXPECT_EQ(test::readFile(path).size(), 48U);
+    writer.discard();
+    EXPECT_FALSE(fs::exists(path));
   }
-  EXPECT_EQ(writer.finalize(2.0), (StopResult{2.0, 48}));
-  EXPECT_EQ(test::readWaveFile(path).samples, (std::vector<std::int16_t>{16'384, -16'384}));
 }
 
 TEST_F(WaveWriterTest, LeavesTheFileWhereTheHeaderCannotBeWritten) {

@@ -18,7 +18,7 @@ AudioTapSession::AudioTapSession(StartRequest startRequest, platform::AudioPlatf
       microphoneEngine(platform.makeEngine()),
       mixQueue(platform.makeQueue("com.quenlor.helper.audio.mix")),
       callbackQueue(platform.makeQueue("com.quenlor.helper.audio.tap")) {
-  // Last, so that a file that stands at the path is replaced only by a session that can exist.
+  // Last, so that an existing file is replaced only after the rest of the session was created.
   writer = std::make_unique<WaveWriter>(request.outputPath);
 }
 
@@ -81,7 +81,7 @@ void AudioTapSession::unsafeCleanupAndDiscard() {
   try {
     teardownCaptureGraph();
   } catch (...) {
-    // Only memory can fail here. The mixer has to stop and the file has to go all the same.
+    // Only an allocation can fail here. The mixer must stop and the file must be removed anyway.
   }
   try {
     mixQueue->sync([this] {
@@ -99,8 +99,8 @@ void AudioTapSession::unsafeCleanupAndDiscard() {
   isSpent = true;
 }
 
-/// Undoes whatever set-up came to, an IO block before its device and a device before its tap; may
-/// run any number of times. Statuses are not looked at: there is nothing left to do about them.
+/// Releases whatever set-up has made, an IO block before its device and a device before its tap.
+/// May run any number of times. Statuses are ignored: nothing could be done about a failure.
 void AudioTapSession::teardownCaptureGraph() {
   stopMixerTimer();
   if (microphoneEngine->isRunning()) {
@@ -117,7 +117,8 @@ void AudioTapSession::teardownCaptureGraph() {
   if (systemTapID != 0) hardware.destroyProcessTap(std::exchange(systemTapID, 0));
 }
 
-/// The last work of a recording on mixQueue: writes everything stored and gives the first failure.
+/// The last work of a recording on mixQueue: writes all stored frames and returns the first
+/// failure.
 std::exception_ptr AudioTapSession::finishMixing() {
   mixQueue->assertCurrent();
   stopMixerTimer();

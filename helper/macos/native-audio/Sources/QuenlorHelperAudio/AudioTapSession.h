@@ -16,21 +16,19 @@
 
 namespace quenlor {
 
-/// One recording: owns every resource of it and serves once.
+/// One recording. Owns all of its resources and is used once.
 ///
 /// One thread, the control thread, calls start(), stop() and discardIfUnfinished(). Every path out
 /// of a started or half-started session passes through stop() or discardIfUnfinished(): destroying
 /// a session releases no hardware object.
 ///
-/// Who touches what:
-///   control thread   set-up, start, stop, teardown
-///   callbackQueue    copy and conversion of system audio
-///   mixQueue         conversion of the microphone, both backlogs, the mixer's ticks, appending
-/// stateLock is held for the whole of each call of the control thread, so that calls could also
-/// come from several threads. Locks are taken in the order stateLock, waiting on mixQueue,
-/// failureLock. Work on the queues never takes stateLock and never waits for another queue.
-/// Everything that is called back holds the session weakly, so the last reference can die on a
-/// queue's own thread.
+/// Who touches what: control thread   set-up, start, stop, teardown callbackQueue    copy and
+/// conversion of system audio mixQueue         conversion of the microphone, both backlogs, the
+/// mixer's ticks, appending stateLock is held for the whole of each call of the control thread, so
+/// that calls could also come from several threads. Locks are taken in the order stateLock, waiting
+/// on mixQueue, failureLock. Work on the queues never takes stateLock and never waits for another
+/// queue. All callbacks hold the session weakly, so its last reference can be released on a queue's
+/// own thread.
 ///
 /// Each concern has a source file of its own: lifecycle (AudioTapSession.cpp), system tap set-up
 /// (SystemTapCapture.cpp), system buffers (SystemBufferIntake.cpp), microphone
@@ -58,7 +56,7 @@ class AudioTapSession final : public std::enable_shared_from_this<AudioTapSessio
   void discardIfUnfinished() noexcept EXCLUDES(stateLock);
 
  private:
-  /// The microphone's place on the engine's input node.
+  /// The microphone's bus on the engine's input node.
   static constexpr std::uint32_t inputBus = 0;
 
   // Lifecycle
@@ -116,24 +114,24 @@ class AudioTapSession final : public std::enable_shared_from_this<AudioTapSessio
   const std::shared_ptr<platform::DispatchQueue> callbackQueue;
   platform::Mutex failureLock;
   platform::Mutex stateLock;
-  /// The hardware objects that exist; 0 or absent where there is none.
+  /// The hardware objects that exist; 0 or absent if there is none.
   platform::AudioObjectID systemTapID GUARDED_BY(stateLock) = 0;
   platform::AudioObjectID aggregateDeviceID GUARDED_BY(stateLock) = 0;
   std::optional<platform::AudioDeviceIOProcID> ioProcID GUARDED_BY(stateLock);
-  /// Touched under stateLock, and by the last work on mixQueue while the control thread waits for
+  /// Accessed under stateLock, and by the last work on mixQueue while the control thread waits for
   /// it.
   std::unique_ptr<platform::DispatchTimer> mixTimer;
   /// Set before the IO block is registered and not changed while it can run.
   std::optional<platform::AudioFormat> systemFormat;
   std::shared_ptr<platform::AudioConverter> systemConverter GUARDED_BY(*callbackQueue);
-  /// Filled during set-up, before the engine starts; touched only on mixQueue from then on.
+  /// Set before the engine starts; from then on accessed only on mixQueue.
   std::shared_ptr<platform::AudioConverter> microphoneConverter;
   SampleBacklog systemBacklog GUARDED_BY(*mixQueue);
   SampleBacklog microphoneBacklog GUARDED_BY(*mixQueue);
   std::optional<std::chrono::system_clock::time_point> startedAt GUARDED_BY(stateLock);
   std::optional<StopResult> finalizedResult GUARDED_BY(stateLock);
   bool isRunning GUARDED_BY(stateLock) = false;
-  /// Whether start() has had its one chance, or lost it to a discard.
+  /// Whether start() or a discard was called before: no further start() is allowed.
   bool isSpent GUARDED_BY(stateLock) = false;
   /// The first error of a queue's work; later ones are dropped. While it is set, buffers are
   /// dropped and ticks write nothing.

@@ -14,7 +14,7 @@ namespace {
   throw std::system_error(errno, std::generic_category());
 }
 
-/// Whether a failed write may be tried again, having waited for room where there was none.
+/// Whether to retry a failed write. Waits for space if there was none.
 bool mayRetry(int descriptor) {
   if (errno == EINTR) return true;
   if (errno != EAGAIN && errno != EWOULDBLOCK) return false;
@@ -30,7 +30,7 @@ void writeAll(int descriptor, std::span<const std::byte> bytes) {
     if (count > 0)
       bytes = bytes.subspan(static_cast<std::size_t>(count));
     else if (count == 0)
-      throw std::system_error(EIO, std::generic_category());  // Or this would never end.
+      throw std::system_error(EIO, std::generic_category());  // Otherwise this would loop forever.
     else if (!mayRetry(descriptor))
       throwErrno();
   }
@@ -62,7 +62,7 @@ void FileHandle::seekToStart() {
 }
 
 void FileHandle::close() {
-  // An interrupted close has closed.
+  // An interrupted close has released the descriptor.
   if (::close(std::exchange(descriptor, -1)) != 0 && errno != EINTR) throwErrno();
 }
 

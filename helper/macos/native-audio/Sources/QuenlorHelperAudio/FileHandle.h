@@ -6,9 +6,9 @@
 
 namespace quenlor {
 
-/// Writes all of bytes to a descriptor, in one write call where the system takes them in one. Waits
-/// for room as long as it takes. Throws std::system_error with the write's errno, and with EIO
-/// where a write takes nothing.
+/// Writes all bytes to a descriptor, in one write call if the system takes them all. Waits for
+/// space without a timeout. Throws std::system_error with the errno of the write, or with EIO if a
+/// write returns 0.
 void writeAll(int descriptor, std::span<const std::byte> bytes);
 
 /// A file descriptor for writing, owned, or none. Errors are std::system_errors with errno.
@@ -19,7 +19,7 @@ class FileHandle {
   explicit FileHandle(int openDescriptor) : descriptor(openDescriptor) {}
   ~FileHandle();
   FileHandle(FileHandle&& other) noexcept;
-  /// Closes what was open here, and looks at no error.
+  /// Closes the file that was open here and ignores errors.
   FileHandle& operator=(FileHandle&& other) noexcept;
 
   bool isOpen() const { return descriptor >= 0; }
@@ -32,8 +32,8 @@ class FileHandle {
   void write(std::string_view text);
   void seekToStart();
 
-  /// The handle is closed afterwards even where this throws: what the system still had to write may
-  /// be lost, but the descriptor is gone either way.
+  /// The handle is closed even if this throws: data that the system had not written yet may be
+  /// lost, but the descriptor is released either way.
   void close();
 
  private:

@@ -19,9 +19,9 @@ using platform::PCMBuffer;
 
 namespace {
 
-/// Frames that a source of the given rate and length can give at the target rate, rounded up from
-/// the rounded ratio: for 441 frames of 44 100 Hz at 48 000 Hz that is 481. At least 1. Nothing
-/// where the count does not fit 32 bits.
+/// The number of frames that a source buffer can have at the target rate, at least 1. Rounded up
+/// from a ratio that is itself rounded: 441 frames of 44 100 Hz give 481 at 48 000 Hz. Returns
+/// nullopt if the number does not fit in 32 bits.
 std::optional<std::uint32_t> outputCapacity(double targetRate, const PCMBuffer& source) {
   const double ratio = targetRate / source.format().sampleRate();
   const double capacity = std::ceil(ratio * source.frameLength());
@@ -45,8 +45,9 @@ void throwUnlessConverted(ConverterOutputStatus status) {
 
 }  // namespace
 
-/// The buffer in the target format; the very buffer where it has it already. The converter is made
-/// on first use, kept for the session's life and never reset: it streams from buffer to buffer.
+/// Returns the buffer in the target format: the same buffer if it has that format already. The
+/// converter is made on first use, kept for the session's life and never reset, since it streams
+/// from buffer to buffer.
 std::shared_ptr<PCMBuffer> AudioTapSession::convert(const std::shared_ptr<PCMBuffer>& buffer,
                                                     std::shared_ptr<AudioConverter>& converter) {
   const platform::AudioFormat& target = writer->targetFormat;

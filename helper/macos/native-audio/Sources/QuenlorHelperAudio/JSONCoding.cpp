@@ -1,5 +1,7 @@
 #include "JSONCoding.h"
 
+#include "JSONNumbers.h"
+
 #include <cmath>
 #include <cstddef>
 #include <map>
@@ -102,7 +104,9 @@ Members parse(std::string_view text) {
   // The library takes a NUL for the end of its input and would overlook what follows.
   if (text.find('\0') != std::string_view::npos) throw invalid("it holds a NUL byte.");
   MemberReader reader;
-  nlohmann::json::sax_parse(text, &reader);
+  // The library refuses a text for such a number wherever it stands, in a member that nobody asks
+  // for included.
+  nlohmann::json::sax_parse(withoutHugeNumbers(text), &reader);
   if (!reader.members) throw JSONDecodingError("The message is not a JSON object.");
   return std::move(*reader.members);
 }

@@ -20,12 +20,11 @@ class JSONEncodingError : public std::runtime_error {
 };
 
 /// One decoded JSON object. Members that nobody asks for are ignored; of members with one key the
-/// last counts.
+/// last counts. A number that is too large for a double counts as null.
 class JSONObject {
  public:
   /// Throws JSONDecodingError unless text is an object in strict UTF-8, nested at most 128 deep
-  /// (the object counts as 1, and so does each value inside another), whose numbers a double can
-  /// hold.
+  /// (the object counts as 1, and so does each value inside another).
   explicit JSONObject(std::string_view text);
   ~JSONObject();
   JSONObject(const JSONObject&) = delete;

@@ -6,12 +6,12 @@
 
 namespace quenlor {
 
-/// An error of the sidecar's own: its description is what the parent finally shows to people.
+/// An error of the sidecar. Its description is what the parent shows to its user.
 class LocalizedError : public std::exception {
  public:
   const std::string& errorDescription() const { return text; }
 
-  /// The description up to its first NUL character, which a text from outside may hold.
+  /// The description up to its first NUL, which text from the parent may contain.
   const char* what() const noexcept override { return text.c_str(); }
 
  protected:

@@ -11,7 +11,7 @@ namespace quenlor {
 
 namespace {
 
-/// Frames that the tap asks for; buffers of other sizes are taken as well.
+/// The buffer size that the tap asks for, in frames; buffers of other sizes are accepted as well.
 constexpr std::uint32_t tapBufferSize = 1024;
 
 }  // namespace
@@ -22,7 +22,7 @@ void AudioTapSession::configureMicrophoneCapture() {
   if (format.channelCount() == 0) throw AudioTapSessionError::missingMicrophoneInput();
 
   logSidecarTrace("Creating the microphone converter.");
-  // Where there is none, the first conversion tries again and reports it.
+  // If there is none, the first conversion tries again and reports the failure.
   microphoneConverter = platform.makeConverter(format, writer->targetFormat);
   microphoneEngine->removeTap(inputBus);
 
@@ -47,7 +47,7 @@ void AudioTapSession::handleMicrophoneBuffer(std::shared_ptr<platform::PCMBuffer
         session->convertAndAppendMicrophoneBuffer(buffer);
     });
   } catch (...) {
-    // Only memory can fail here; nothing may escape into the host's thread.
+    // Only an allocation can fail here. No exception may escape into the host's thread.
     recordAsyncFailure(std::current_exception());
   }
 }

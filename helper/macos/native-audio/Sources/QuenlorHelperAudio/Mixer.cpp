@@ -12,7 +12,7 @@ namespace quenlor {
 
 namespace {
 
-/// What one tick writes at most: as much as plays between two of them.
+/// The most frames that a tick writes: as many as play between two ticks.
 constexpr std::int64_t framesPerTick = 960;
 static_assert(framesPerTick ==
               WaveWriter::targetSampleRate * AudioTapSession::mixInterval.count() / 1000);
@@ -40,7 +40,7 @@ void AudioTapSession::startMixerTimer() {
   mixTimer->resume();
 }
 
-/// Does not wait for a tick that is running: whoever needs that goes through mixQueue.
+/// Does not wait for a running tick; work on mixQueue does.
 void AudioTapSession::stopMixerTimer() {
   if (!mixTimer) return;
   mixTimer->setEventHandler(nullptr);
@@ -57,9 +57,9 @@ void AudioTapSession::mixerTick() {
   }
 }
 
-/// Mixes what both backlogs hold, the shorter padded with silence, into the writer: at most limit
-/// frames, or everything in one pass. Frames are paired by their order alone. Does nothing once a
-/// failure is recorded, unless told to ignore that.
+/// Mixes the frames of both backlogs into the writer and pads the shorter one with silence: at most
+/// limit frames, or all of them in one pass. Frames are paired by their order alone. Does nothing
+/// after a recorded failure, unless ignoreFailureGate is set.
 void AudioTapSession::drainAvailableFrames(std::optional<std::int64_t> limit,
                                            bool ignoreFailureGate) {
   if (!ignoreFailureGate && recordedAsyncFailure()) return;

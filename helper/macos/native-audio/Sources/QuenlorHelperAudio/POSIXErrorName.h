@@ -4,7 +4,7 @@
 
 namespace quenlor {
 
-/// The symbol of an errno value, such as "EBADF"; "errno " and the number where it has none.
+/// The symbol of an errno value, such as "EBADF"; "errno " and the number if it has none.
 std::string posixErrorName(int code);
 
 }  // namespace quenlor

@@ -7,7 +7,7 @@ namespace quenlor {
 
 namespace {
 
-/// The user's answer. Shared with the completion handler, which may outlive the wait for it.
+/// The user's answer. Shared with the completion handler, which may outlive the wait.
 struct Answer {
   bool granted = false;
   std::binary_semaphore given{0};
@@ -52,7 +52,7 @@ void Permissions::ensureMicrophoneAccess(platform::CaptureDevice& captureDevice)
     case AuthorizationStatus::denied:
       break;
   }
-  // Statuses that this program does not know count as a refusal.
+  // Unknown statuses count as denied.
   throw PermissionError::microphoneDenied();
 }
 

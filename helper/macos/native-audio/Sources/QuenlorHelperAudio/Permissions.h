@@ -8,7 +8,7 @@
 
 namespace quenlor {
 
-/// Why the microphone may not be recorded from. Equal where the cases are.
+/// Why the microphone may not be recorded. Errors are equal if their cases are.
 class PermissionError final : public LocalizedError {
  public:
   enum class Case { microphoneDenied, microphoneRestricted, microphoneUnavailable };
@@ -30,8 +30,8 @@ class Permissions {
  public:
   Permissions() = delete;
 
-  /// Returns where this process may record audio, asking the user if nobody has decided yet and
-  /// waiting for the answer without a time limit. Throws PermissionError otherwise.
+  /// Returns if this process may record audio. Asks the user if nobody has decided yet, and waits
+  /// for the answer without a timeout. Throws PermissionError otherwise.
   static void ensureMicrophoneAccess(platform::CaptureDevice& captureDevice);
 };
 

@@ -8,7 +8,7 @@ namespace quenlor {
 
 namespace {
 
-/// The samples that are taken, and silence up to frameCount.
+/// Copies the samples taken and pads them with silence up to frameCount.
 std::vector<float> paddedCopy(std::vector<float>::const_iterator samples, std::int64_t taken,
                               std::int64_t frameCount) {
   std::vector<float> copy;
@@ -26,7 +26,7 @@ void SampleBacklog::append(const platform::PCMBuffer& buffer) {
   const std::span<const float> first(channels[0], buffer.frameLength());
   const std::span<const float> second(channels.size() > 1 ? channels[1] : channels[0],
                                       buffer.frameLength());
-  // left counts, so it comes last: where memory ends in between, nothing was appended.
+  // left last, since its length counts: if it cannot be allocated, nothing was appended.
   right.insert(right.end(), second.begin(), second.end());
   left.insert(left.end(), first.begin(), first.end());
   compactIfNeeded();

@@ -14,20 +14,18 @@ struct StereoSamples {
   std::vector<float> right;
 };
 
-/// First-in, first-out store of one source's converted samples. Not safe for concurrent use: only
-/// the mix queue touches it.
+/// FIFO of one source's converted samples. Not thread-safe: only the mix queue uses it.
 ///
-/// Taking frames out only moves readIndex on. Consumed samples are removed when they are more than
-/// 4096 or at least half of what is stored, so that the cost of shifting the rest is spread over
-/// many calls.
+/// consume() only advances readIndex. Consumed samples are removed when they are more than 4096 or
+/// at least half of all samples, so that the cost of moving the rest is amortised.
 class SampleBacklog {
  public:
-  /// Stores the buffer's frames: channels 0 and 1, or channel 0 twice where there is one only. A
-  /// buffer of anything but non-interleaved floats is skipped.
+  /// Stores the buffer's frames: channels 0 and 1, or channel 0 twice if there is only one. A
+  /// buffer that does not hold non-interleaved floats is skipped.
   void append(const platform::PCMBuffer& buffer);
 
-  /// Takes exactly frameCount frames out, filled up with silence at the end; none where frameCount
-  /// is below 1.
+  /// Removes and returns exactly frameCount frames, padded with silence at the end; none if
+  /// frameCount is below 1.
   StereoSamples consume(std::int64_t frameCount);
 
   std::int64_t availableFrames() const {
@@ -37,7 +35,7 @@ class SampleBacklog {
   /// Samples of a channel that are held in memory, consumed ones included.
   std::size_t storedSamples() const { return left.size(); }
 
-  /// Forgets everything stored.
+  /// Removes all samples.
   void removeAll();
 
  private:

@@ -8,11 +8,11 @@ namespace quenlor {
 
 namespace {
 
-/// The largest number below a half. Added before the fraction is cut off, it rounds halves away
-/// from zero, and 0.49999997 to 0; a half itself would carry that to 1.
+/// The largest float below a half. Adding it before truncation rounds halves away from zero and
+/// 0.49999997 to 0; adding a half would round that to 1.
 constexpr float almostHalf = 0x1.FFFFFEp-2F;
 
-/// Without branches and calls, so that the compiler encodes several samples at a time.
+/// Without branches and calls, so that the compiler can vectorise it.
 std::int32_t encoded(float sample) {
   const float number = sample == sample ? sample : 0.0F;
   const float raised = number > -1.0F ? number : -1.0F;

@@ -5,12 +5,12 @@
 
 namespace quenlor {
 
-/// The stored form of one sample: limited to ±1, times 32 767 in single precision, halves away from
-/// zero; but -1 is stored as -32 768, and what is not a number as 0.
+/// Encodes one sample: limited to ±1, multiplied by 32 767 in single precision and rounded, halves
+/// away from zero. -1 gives -32 768, and NaN gives 0.
 std::int16_t encodeSample(float sample);
 
-/// Gives the stored form of frames, as encodeSample() gives it for each sample. Every frame takes
-/// 32 bits, the left sample in the lower half. All three have the same length.
+/// Encodes frames as encodeSample() encodes samples. A frame has 32 bits, the left sample in the
+/// lower half. All three spans have the same length.
 void encodeFrames(std::span<const float> left, std::span<const float> right,
                   std::span<std::uint32_t> frames);
 

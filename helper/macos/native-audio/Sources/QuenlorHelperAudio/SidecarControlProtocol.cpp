@@ -22,8 +22,8 @@ constexpr std::array<std::string_view, 25> whitespaceAndNewlines = {
     "\xE2\x80\x89", "\xE2\x80\x8A", "\xE2\x80\xA8", "\xE2\x80\xA9", "\xE2\x80\xAF", "\xE2\x81\x9F",
     "\xE3\x80\x80"};
 
-/// Without Unicode white space at either end. Whole characters are taken off, so text that is not
-/// UTF-8 still is not afterwards, and never a word of ASCII letters.
+/// Removes Unicode white space from both ends. It removes whole characters, so malformed UTF-8
+/// stays malformed and never becomes a word of ASCII letters.
 std::string_view trimmedOfUnicodeWhitespace(std::string_view text) {
   const auto spaceWhere = [](auto isThere) -> std::size_t {
     const auto found = std::ranges::find_if(whitespaceAndNewlines, isThere);
@@ -70,7 +70,7 @@ bool SidecarControlProtocol::parseStopFrame(std::string_view frame) {
   try {
     if (isStop(StopSignal::decode(text).command)) return true;
   } catch (const JSONDecodingError&) {
-    // Whatever is wrong with it, it is not a stop.
+    // Any frame that does not decode is not a stop.
   }
   throw SidecarRuntimeError::invalidStopSignal();
 }

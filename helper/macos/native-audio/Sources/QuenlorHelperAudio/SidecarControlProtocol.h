@@ -15,7 +15,7 @@ struct StopSignal {
   static StopSignal decode(std::string_view json);
 };
 
-/// How incoming frames are read. Pure functions; a frame is a line without its line feed.
+/// Decodes incoming frames. Pure functions; a frame is a line without its line feed.
 class SidecarControlProtocol {
  public:
   SidecarControlProtocol() = delete;

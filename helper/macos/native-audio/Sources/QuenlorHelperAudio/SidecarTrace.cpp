@@ -11,7 +11,6 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <fcntl.h>
 #include <filesystem>
 #include <poll.h>
@@ -79,19 +78,34 @@ bool openExisting(FileHandle& file) {
   return true;
 }
 
-/// Makes the trace file with text as its content, whole or not at all.
-void createWith(const std::string& text) {
+/// Gives a file a name that no file has, in one step. False where that fails, as for a name that is
+/// taken. (A hard link would give the file two names for a moment, and openExisting() refuses
+/// that.)
+bool renameUnlessTaken(const char* from, const char* to) {
+#if defined(__linux__)
+  if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return true;
+  // Where the file system cannot do this, a file that another process has just made is lost.
+  return errno == EINVAL && ::rename(from, to) == 0;
+#else
+  return ::renamex_np(from, to, RENAME_EXCL) == 0;
+#endif
+}
+
+/// Makes the trace file with text as its content, whole or not at all. False where it was not made:
+/// another process may have been first.
+bool createWith(const std::string& text) {
   std::string auxiliary = sidecarLogURL.string() + ".XXXXXX";
   FileHandle file(::mkostemp(auxiliary.data(), O_CLOEXEC));
-  if (!file.isOpen()) return;
+  if (!file.isOpen()) return false;
   try {
     file.write(text);
     file.close();
-    if (::rename(auxiliary.c_str(), sidecarLogURL.c_str()) == 0) return;
+    if (renameUnlessTaken(auxiliary.c_str(), sidecarLogURL.c_str())) return true;
   } catch (...) {
     // The line is lost; the auxiliary file must not stay behind.
   }
   ::unlink(auxiliary.c_str());
+  return false;
 }
 
 /// Adds a line, which comes without its line feed, to the trace file.
@@ -100,7 +114,7 @@ void appendSidecarLogLine(const std::string& line) noexcept REQUIRES(traceMutex)
   try {
     const std::string text = line + '\n';
     FileHandle file;
-    if (!openExisting(file)) return createWith(text);
+    if (!openExisting(file) && (createWith(text) || !openExisting(file))) return;
     if (!file.isOpen()) return;
     file.write(text);
     file.close();
@@ -109,14 +123,19 @@ void appendSidecarLogLine(const std::string& line) noexcept REQUIRES(traceMutex)
   }
 }
 
-/// The current time in UTC as 2026-03-05T14:07:09Z (ISO 8601), a blank, and the message.
+/// The current time in UTC as 2026-03-05T14:07:09Z (ISO 8601), a blank, and the message. The C
+/// library's gmtime() would count leap seconds in a time zone that does.
 std::string timestamped(std::string_view message) {
-  const std::time_t now = std::time(nullptr);
-  std::tm utc{};
-  ::gmtime_r(&now, &utc);
+  namespace chrono = std::chrono;
+  const auto now = chrono::floor<chrono::seconds>(chrono::system_clock::now());
+  const auto today = chrono::floor<chrono::days>(now);
+  const chrono::year_month_day date(today);
+  const chrono::hh_mm_ss time(now - today);
   std::array<char, 32> text{};
-  std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &utc);
-  return std::string(text.data()).append(" ").append(message);
+  std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02dZ ", int(date.year()),
+                unsigned(date.month()), unsigned(date.day()), int(time.hours().count()),
+                int(time.minutes().count()), int(time.seconds().count()));
+  return std::string(text.data()).append(message);
 }
 
 }  // namespace

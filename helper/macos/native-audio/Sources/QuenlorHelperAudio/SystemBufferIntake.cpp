@@ -12,8 +12,8 @@ namespace quenlor {
 
 namespace {
 
-/// Copies lent samples into a buffer of ours, whose byte sizes say its room. Where a buffer comes
-/// short, silence fills the room.
+/// Copies the device's samples into an owned buffer, whose byte sizes are its capacity. Shorter
+/// input is padded with silence.
 void copyBuffers(platform::AudioBufferList input, platform::AudioBufferList owned) {
   if (input.size() != owned.size())
     throw AudioTapSessionError::invalidAudioFormat(
@@ -44,7 +44,7 @@ void AudioTapSession::takeSystemBuffers(platform::AudioBufferList input) {
   }
 }
 
-/// Copies the lent samples and gives the copy in the target format.
+/// Copies the device's samples and returns the copy in the target format.
 std::shared_ptr<platform::PCMBuffer> AudioTapSession::makeOwnedSystemBuffer(
     platform::AudioBufferList input, const platform::AudioFormat& sourceFormat) {
   const std::uint32_t frames = frameCount(input, sourceFormat);
@@ -80,7 +80,7 @@ void AudioTapSession::appendSystemBuffer(const platform::PCMBuffer& buffer) {
   try {
     systemBacklog.append(buffer);
   } catch (...) {
-    // Only memory can fail here.
+    // Only an allocation can fail here.
     recordAsyncFailure(std::current_exception());
   }
 }

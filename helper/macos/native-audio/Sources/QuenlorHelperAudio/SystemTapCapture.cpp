@@ -59,7 +59,7 @@ void AudioTapSession::createProcessTap() {
     description.deviceUID = readDeviceUID(defaultOutputDeviceID());
     description.stream = 0;
   } catch (const AudioTapSessionError&) {
-    // A tap can do without: it then takes in what is played by default.
+    // The tap does not need it: without a device it captures the default output.
   }
   logSidecarTrace("Calling AudioHardwareCreateProcessTap.");
   throwUnlessSuccessful(platform.hardware().createProcessTap(description, systemTapID),

@@ -12,7 +12,7 @@ namespace quenlor {
 
 namespace {
 
-/// Fills a header from its first byte to its last.
+/// Writes the fields of a header one after the other.
 class HeaderBuilder {
  public:
   void code(std::string_view fourCharacters) {

@@ -21,7 +21,7 @@ namespace quenlor {
 
 namespace {
 
-/// path in quotes, on one line: it becomes part of an error line.
+/// path in quotes, without line breaks, for an error line.
 std::string quoted(const std::filesystem::path& path) {
   std::string text = path.string();
   std::ranges::replace_if(
@@ -34,7 +34,7 @@ std::string quoted(const std::filesystem::path& path) {
   throw std::system_error(code, attempt + ' ' + quoted(path) + " failed");
 }
 
-/// Runs a file operation and says in its error what was tried.
+/// Runs a file operation and adds to its error what was attempted.
 template <typename Operation>
 void attempting(const std::string& attempt, const std::filesystem::path& path,
                 Operation operation) {
@@ -57,7 +57,7 @@ std::filesystem::path absoluteFilePath(const std::string& outputPath) {
   return absolute;
 }
 
-/// Makes way for the new file. What stands there is not followed: a link goes, not what it names.
+/// Removes a file at path. A symbolic link is removed itself, not its target.
 void removeExisting(const std::filesystem::path& path) {
   std::error_code code;
   const std::filesystem::file_status status = std::filesystem::symlink_status(path, code);
@@ -68,7 +68,7 @@ void removeExisting(const std::filesystem::path& path) {
     throwFileError(std::error_code(errno, std::generic_category()), "Replacing", path);
 }
 
-/// Creating and opening are one call, so that the file that is written to is surely the new one.
+/// Creates and opens in one call, so that the file written to is the one created.
 FileHandle createFile(const std::filesystem::path& path) {
   int descriptor = -1;
   do {
@@ -126,11 +126,11 @@ StopResult WaveWriter::finalize(double durationSeconds) {
 }
 
 void WaveWriter::discard() noexcept {
-  // Looked at before closing: once closed, another file could be given the same inode.
+  // Compared before closing: after that, another file could get the same inode.
   const bool ours = pathNamesOurFile();
   if (!didFinalize) handle = FileHandle();
   if (ours) ::unlink(outputURL.c_str());
-  inode = 0;  // None of ours from here on.
+  inode = 0;  // From here on, no file at the path is ours.
   didFinalize = true;
 }
 

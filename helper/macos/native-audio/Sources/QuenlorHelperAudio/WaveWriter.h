@@ -28,25 +28,26 @@ class WaveWriter final {
   static constexpr std::size_t headerSize = 44;
   using Header = std::array<std::byte, headerSize>;
 
-  /// Creates the file, with missing folders, in place of whatever stands there, and writes the
-  /// header. A folder at the path, a path that names no file and one with a NUL character are
-  /// refused before anything is touched. Throws WaveWriterError::outputFileHandleUnavailable where
-  /// the file cannot be opened.
+  /// Creates the file and missing folders, replaces an existing file, and writes the header.
+  /// Refuses a folder at the path, a path without a file name and one with a NUL character, before
+  /// anything is changed. Throws WaveWriterError::outputFileHandleUnavailable if the file cannot be
+  /// opened.
   explicit WaveWriter(const std::string& outputPath);
   WaveWriter(const WaveWriter&) = delete;
   WaveWriter& operator=(const WaveWriter&) = delete;
 
-  /// Writes the first frames samples of both arrays, encoded, in one write. Throws
-  /// WaveWriterError::invalidTargetFormat, with nothing written, where an array has fewer.
+  /// Encodes and writes the first frames samples of both arrays, in one write. Throws
+  /// WaveWriterError::invalidTargetFormat and writes nothing if an array has fewer.
   void append(const std::vector<float>& left, const std::vector<float>& right, std::int64_t frames);
 
-  /// Writes the sizes into the header and closes the file. Once that has succeeded, further calls
-  /// leave the file alone. Gives its size, and durationSeconds or the duration of the frames,
-  /// whichever is longer.
+  /// Writes the sizes into the header and closes the file. After that has succeeded, further calls
+  /// do not access the file. Returns its size, and the longer of durationSeconds and the duration
+  /// of the frames.
   StopResult finalize(double durationSeconds);
 
-  /// Closes and deletes the file, finalized or not. Looks before deleting that the file at the
-  /// path is the one that it made.
+  /// Closes and deletes the file, finalized or not. Leaves a file at the path alone that has
+  /// another device or inode number than the one created here. After finalize() has closed the
+  /// file, a new file could have the same numbers.
   void discard() noexcept;
 
   /// The 44 bytes of a canonical RIFF/WAVE PCM header (IBM and Microsoft, "Multimedia
@@ -67,7 +68,7 @@ class WaveWriter final {
   bool didFinalize = false;
   std::uint64_t dataByteCount = 0;
   std::uint64_t frameCount = 0;
-  // The frames of one append(); kept for its memory.
+  // The frames of one append(); a member so that its memory is reused.
   std::vector<std::uint32_t> stored;
   dev_t device = 0;
   ino_t inode = 0;

@@ -80,7 +80,7 @@ void QuenlorHelperAudioMain::record(AudioTapSession& session, FramedStdinReader&
   writeFrame(session.stop().encode());
 }
 
-/// In two writes, which parents are promised: the reply, then its line feed.
+/// Two writes, as documented for parents: the reply, then its line feed.
 void QuenlorHelperAudioMain::writeFrame(std::string_view json) {
   try {
     writeAll(STDOUT_FILENO, std::as_bytes(std::span(json)));
@@ -91,15 +91,15 @@ void QuenlorHelperAudioMain::writeFrame(std::string_view json) {
 }
 
 void QuenlorHelperAudioMain::writeError(const std::exception& error) {
-  // what() ends at a NUL, which a mode that the parent sent may hold.
+  // what() ends at a NUL, which the mode that the parent sent may contain.
   const auto* described = dynamic_cast<const LocalizedError*>(&error);
   reportSidecarError(described != nullptr ? std::string_view(described->errorDescription())
                                           : error.what());
 }
 
-/// A parent may start this program with descriptors 0, 1 or 2 closed. They are filled, so that no
-/// file of ours lands on them and gets the replies or the trace, but opened the wrong way round:
-/// reading input and writing replies must fail as they would on a closed descriptor.
+/// A parent may start this program with descriptors 0, 1 or 2 closed. Opens /dev/null on them, so
+/// that no other file gets these numbers and with them the replies or the trace. Opens it in the
+/// wrong direction, so that reading input and writing replies fail as on a closed descriptor.
 void fillStandardDescriptors() {
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (::fcntl(descriptor, F_GETFD) >= 0 || errno != EBADF) continue;
@@ -108,9 +108,9 @@ void fillStandardDescriptors() {
   }
 }
 
-/// A write that fails shall be an error and not the end of the process: into a pipe that the parent
-/// has closed, or beyond a file-size limit. Blocked before any thread exists, so that every thread
-/// inherits it; their disposition remains the parent's.
+/// Blocks the signals of failed writes, so that a closed pipe or a file-size limit is an error
+/// instead of the end of the process. Called before any thread exists, so that every thread
+/// inherits the mask. The dispositions stay as the parent set them.
 void blockWriteSignals() {
   sigset_t signals;
   sigemptyset(&signals);
@@ -133,7 +133,7 @@ int main() {
   } catch (const std::exception& error) {
     quenlor::QuenlorHelperAudioMain::writeError(error);
   } catch (...) {
-    // A host's system may have exceptions of another language.
+    // A host may throw exceptions of another language.
     quenlor::reportSidecarError("The system raised an exception.");
   }
   return 1;

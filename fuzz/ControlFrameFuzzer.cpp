@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-// Input: the frame.
+// Input: a frame, which is read as a start request and as a stop.
 
 namespace quenlor::fuzz {
 namespace {
@@ -33,19 +33,37 @@ void checkErrorLine(const std::string& text) {
           "an error is one line of printable text");
 }
 
+void checkStart(std::string_view frame, bool isBlank) {
+  try {
+    checkDecoded(frame, SidecarControlProtocol::decodeStartRequestFrame(frame));
+  } catch (const SidecarRuntimeError& error) {
+    require(error.errorCase() == SidecarRuntimeError::Case::emptyStartRequest && isBlank,
+            "only a blank frame is an empty request");
+  } catch (const JSONDecodingError& error) {
+    require(!isBlank, "a blank frame is an empty request");
+    checkErrorLine(error.what());
+  }
+}
+
+bool isStop(std::string_view frame) {
+  try {
+    require(SidecarControlProtocol::parseStopFrame(frame), "a stop is true or an error");
+    return true;
+  } catch (const SidecarRuntimeError& error) {
+    require(error.errorCase() == SidecarRuntimeError::Case::invalidStopSignal, "of one kind");
+    return false;
+  }
+}
+
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view frame = FuzzedInput(data, size).remainingText();
-  try {
-    checkDecoded(frame, SidecarControlProtocol::decodeStartRequestFrame(frame));
-  } catch (const SidecarRuntimeError& error) {
-    require(error.errorCase() == SidecarRuntimeError::Case::emptyStartRequest &&
-                frame.find_first_not_of("\t\n\r ") == std::string_view::npos,
-            "only a blank frame is an empty request");
-  } catch (const JSONDecodingError& error) {
-    checkErrorLine(error.what());
-  }
+  const bool isBlank = frame.find_first_not_of("\t\n\r ") == std::string_view::npos;
+  checkStart(frame, isBlank);
+  const bool accepted = isStop(frame);
+  require(accepted || !isBlank, "a blank frame is a stop");
+  require(isStop(" \t" + std::string(frame) + "\r\n") == accepted, "blanks change nothing");
   return 0;
 }
 
