@@ -47,7 +47,10 @@ void LevelMeter::readNewFrames() {
     position += usable;
   }
   if (position == before) return;
-  for (std::size_t i = 0; i < channels.size(); ++i) update(channels[i], heldSince[i], largest[i]);
+  for (std::size_t i = 0; i < channels.size(); ++i) {
+    update(channels[i], heldSince[i], largest[i]);
+    highest[i] = std::max(highest[i], channels[i].peak);
+  }
 }
 
 void LevelMeter::update(ChannelLevel& channel, std::uint64_t& since, int magnitude) const {

@@ -35,8 +35,12 @@ class LevelMeter {
   /// none.
   void readNewFrames();
 
+  /// Whether the recording could be opened.
+  bool hasFile() const { return file.isOpen(); }
   /// Left, right.
   const StereoLevel& levels() const { return channels; }
+  /// The highest peak of each channel so far; 0 where all of it was digital silence.
+  const std::array<double, 2>& highestPeaks() const { return highest; }
   /// Of the file as far as it was read, in bytes.
   std::uint64_t sizeBytes() const { return position; }
 
@@ -46,6 +50,7 @@ class LevelMeter {
   FileHandle file;
   std::uint64_t position;
   StereoLevel channels;
+  std::array<double, 2> highest{};
   /// The end in bytes of the reading that each held peak is from.
   std::array<std::uint64_t, 2> heldSince{};
 };

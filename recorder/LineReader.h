@@ -8,16 +8,16 @@
 
 namespace quenlor::recorder {
 
-/// Cuts what comes out of a pipe into lines, without ever waiting for the rest of one.
+/// Splits the output of a pipe into lines, without waiting for the rest of an unfinished line.
 class LineReader {
  public:
   explicit LineReader(FileHandle readEnd) : pipe(std::move(readEnd)) {}
 
-  /// What to poll; -1, which poll() passes over, at the end of the stream.
+  /// The descriptor to poll; at the end of the stream -1, which poll() ignores.
   int descriptor() const { return pipe.fileDescriptor(); }
 
-  /// Reads once, which waits where there is nothing to read, and gives the lines that this
-  /// completed, without their line feeds. At the end of the stream an unfinished line is one.
+  /// Reads once, blocking if there is nothing to read. Returns the lines that are complete now,
+  /// without their line feeds. At the end of the stream an unfinished line counts as complete.
   std::vector<std::string> readLines();
 
  private:

@@ -4,8 +4,7 @@
 
 namespace quenlor::recorder {
 
-/// Both ends of a pipe, which no program that is started from here on inherits. (Every end that
-/// another program holds would keep it open.)
+/// Both ends of a pipe. They are close-on-exec, so that no child process keeps the pipe open.
 struct Pipe {
   /// Throws std::system_error.
   Pipe();

@@ -87,6 +87,11 @@ void SidecarProcess::write(std::string_view text) {
   }
 }
 
+void SidecarProcess::kill() const {
+  // Its session holds what it has started itself as well.
+  if (!status) ::kill(-child, SIGKILL);
+}
+
 int SidecarProcess::waitForExit() {
   int ended = 0;
   while (!status) {

@@ -30,6 +30,9 @@ class SidecarProcess {
   /// Stops the recording, which the program then finishes.
   void closeInput() { input = FileHandle(); }
 
+  /// Ends the program at once.
+  void kill() const;
+
   LineReader& replies() { return output; }
   LineReader& trace() { return errors; }
   /// False once both outputs have ended, as they do with the program.

@@ -36,12 +36,19 @@ SignalPipe::SignalPipe() {
   writeEnd = pipe.writeEnd.fileDescriptor();
   const int once = static_cast<int>(SA_RESETHAND);
   for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) catchSignal(number, once);
-  catchSignal(SIGTSTP, 0);
+  for (const int number : {SIGTSTP, SIGCONT}) catchSignal(number, 0);
+  for (const int number : {SIGTTIN, SIGTTOU}) std::signal(number, SIG_IGN);
 }
 
 int SignalPipe::takeSignal() {
   unsigned char number = 0;
   return ::read(pipe.readEnd.fileDescriptor(), &number, 1) == 1 ? number : 0;
+}
+
+void SignalPipe::suspend() {
+  std::signal(SIGTSTP, SIG_DFL);
+  ::raise(SIGTSTP);
+  catchSignal(SIGTSTP, 0);
 }
 
 }  // namespace quenlor::recorder

@@ -6,9 +6,7 @@
 #include <csignal>
 #include <exception>
 #include <fcntl.h>
-#include <filesystem>
 #include <iostream>
-#include <stdexcept>
 #include <unistd.h>
 
 namespace quenlor::recorder {
@@ -23,13 +21,6 @@ void fillStandardDescriptors() {
   ::close(descriptor);
 }
 
-/// Asked before the sidecar is started, for that replaces whatever stands at the path.
-void keepExistingFile(const Options& options) {
-  const bool exists = std::filesystem::exists(std::filesystem::symlink_status(options.file));
-  if (exists && !options.force)
-    throw std::runtime_error(options.file.string() + " exists; --force replaces it");
-}
-
 }  // namespace
 
 }  // namespace quenlor::recorder
@@ -41,7 +32,6 @@ int main(int argumentCount, char** arguments) {
   std::signal(SIGPIPE, SIG_IGN);
   try {
     const recorder::Options options = recorder::parseOptions(argumentCount, arguments);
-    recorder::keepExistingFile(options);
     return recorder::Recorder(options).run();
   } catch (const std::exception& error) {
     std::cerr << "quenlor-record: " << error.what() << '\n';

@@ -15,6 +15,7 @@
 #include <span>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -26,7 +27,10 @@ namespace {
 
 constexpr const char* usage =
     "Usage: quenlor-wav-repair FILE\n"
-    "Rewrites the sizes in the header of a recording from the length of the file.\n";
+    "Rewrites the sizes in the header of a recording from the length of the file.\n"
+    "\n"
+    "  -h, --help     prints this\n"
+    "  -V, --version  prints the version\n";
 
 /// A path, fit for a message of one line.
 std::string onOneLine(std::string text) {
@@ -120,7 +124,16 @@ std::string repair(const char* path) {
 
 int main(int argumentCount, char** arguments) {
   const std::span<char*> all(arguments, static_cast<std::size_t>(argumentCount));
-  if (all.size() != 2 || std::string(all[1]) == "--help") {
+  const std::string_view argument = all.size() == 2 ? all[1] : "";
+  if (argument == "--help" || argument == "-h") {
+    std::cout << quenlor::usage;
+    return 0;
+  }
+  if (argument == "--version" || argument == "-V") {
+    std::cout << "quenlor-wav-repair " QUENLOR_VERSION "\n";
+    return 0;
+  }
+  if (all.size() != 2 || argument.starts_with("--")) {
     std::cerr << quenlor::usage;
     return 2;
   }

@@ -150,13 +150,22 @@ TEST_F(Repair, RefusesWhatIsNoFileOrMayNotBeWritten) {
   expectRefusal(file, "Not a regular file");
 }
 
-TEST_F(Repair, TellsItsUsage) {
+TEST_F(Repair, TellsItsUsageAndVersion) {
+  const std::string usage = "Usage: quenlor-wav-repair FILE\n";
+  const std::string version = "quenlor-wav-repair ";
+  for (const auto& [option, answer] :
+       {std::pair{"--help", usage}, {"-h", usage}, {"--version", version}, {"-V", version}}) {
+    const Outcome outcome = run({option});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_TRUE(outcome.output.starts_with(answer)) << outcome.output;
+    EXPECT_EQ(outcome.errors, "");
+  }
   for (const std::vector<std::string>& arguments :
-       {std::vector<std::string>{}, {"--help"}, {"a.wav", "b.wav"}}) {
+       {std::vector<std::string>{}, {"--unknown"}, {"a.wav", "b.wav"}, {"--help", "a.wav"}}) {
     const Outcome outcome = run(arguments);
     EXPECT_EQ(outcome.status, 2);
     EXPECT_EQ(outcome.output, "");
-    EXPECT_TRUE(outcome.errors.starts_with("Usage: quenlor-wav-repair FILE\n")) << outcome.errors;
+    EXPECT_TRUE(outcome.errors.starts_with(usage)) << outcome.errors;
   }
 }
 
