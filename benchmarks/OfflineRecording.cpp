@@ -1,4 +1,4 @@
-// Records made-up devices for an hour or longer without waiting for it, and prints what it cost.
+// Records virtual devices for an hour or longer, faster than real time, and prints the cost.
 //
 //   offline_recording SECONDS OUTPUT_HZ MICROPHONE_HZ FILE
 //

@@ -1,4 +1,4 @@
-"""Measures recorders on the sound server of scripts/private-server, which this is run by.
+"""Measures recorders on a private sound server. Run by scripts/private-server.
 
     capture.py compare|concurrency|profile SERVER PROGRAM RATE MICROPHONE_RATE ROUNDS SECONDS
 """
@@ -15,11 +15,11 @@ import results
 from process_usage import usage_of
 from tones import MICROPHONE_HERTZ, RATE, SYSTEM_HERTZ, breaks, level, read_sources
 
-# Between a start and the measurement of what recording costs.
+# From a start to the measurement of the cost of recording.
 SETTLING_SECONDS = 0.7
 CONCURRENT = (1, 4, 16)
 BYTES_PER_SECOND = RATE * 4
-# Of what is measured, that which needs a file.
+# The figures that need a recording.
 RECORDED = ("start ms", "stop ms", "behind ms", "missing ms", "system breaks", "microphone breaks",
             "system level dB", "microphone level dB")
 
@@ -34,7 +34,7 @@ def server_pids():
 
 
 def measure(group, seconds):
-    """Lets all recorders of a group record at once. Gives the figures of all together."""
+    """Runs all recorders of a group at the same time. Returns the figures of the whole group."""
     with tempfile.TemporaryDirectory() as folder:
         try:
             return record(group, seconds, folder)
@@ -81,7 +81,7 @@ def cost_of(group, seconds):
 
 
 def what_was_heard(paths, seconds):
-    """Missing milliseconds, breaks and levels: of all files together, the worst."""
+    """Missing milliseconds, breaks and levels: the worst of all files."""
     heard = [read_sources(path) for path in paths]
     systems, microphones = zip(*heard)
     return [
@@ -94,7 +94,7 @@ def what_was_heard(paths, seconds):
 
 
 def compare(where, program, rates, rounds, seconds):
-    """In turn and not one after the other, so that a change of the machine's mood hits all."""
+    """The recorders take turns, so that changes in the machine's load affect them all alike."""
     for number in range(rounds):
         for recorder in recorders.all_of(program, *rates):
             row = {"recorder": recorder.name, "round": number + 1}

@@ -1,10 +1,10 @@
-"""Measures how far apart a recording lays one event that both sources carry.
+"""Measures the distance between the two sources of a recording, for an event that is in both.
 
     distance.py SERVER PROGRAM ROUNDS
 
-Runs on scripts/private-server without a microphone. Noise plays on the output, and what stands in
-for the microphone is a source that the server makes of it: whatever distance is found between them
-is the recorder's, but for what the server's resampler shifts.
+Runs on scripts/private-server without a microphone. Noise plays on the output, and the server remaps
+the output's monitor to a source that serves as the microphone. So the distance is due to the recorder
+and to the server's resampler.
 """
 
 import contextlib
@@ -44,14 +44,14 @@ def make_microphone():
 
 
 def write_noise(path, seconds):
-    """On the left channel only, so that the right one holds the microphone alone."""
+    """On the left channel only, so that the right channel is the microphone alone."""
     noise = numpy.zeros((int(seconds * PLAYED_RATE), 2), "<f4")
     noise[:, 0] = numpy.random.default_rng(1).normal(0, 0.1, len(noise))
     noise.tofile(path)
 
 
 def distance(program, path):
-    """By how many milliseconds the system's sound is later."""
+    """By how many milliseconds system audio is later than the microphone."""
     recorder = recorders.sidecar(program)
     try:
         recorder.start(path)

@@ -1,4 +1,4 @@
-"""What the figures were measured on."""
+"""Describes the machine that the figures were measured on."""
 
 import os
 import pathlib
@@ -18,7 +18,7 @@ def processor():
 
 
 def package_versions():
-    """Those of them that are installed."""
+    """The versions of the packages that are installed."""
     listed = subprocess.run(
         ["dpkg-query", "--show", "--showformat", "${Package},${Version}\n", *PACKAGES],
         stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)

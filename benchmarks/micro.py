@@ -1,6 +1,6 @@
 """Runs the micro-benchmarks of the program's parts.
 
-The limit of a benchmark is the one that is called the same, with Limit behind.
+The limit of a benchmark is the benchmark of the same name with the suffix Limit.
 """
 
 import json

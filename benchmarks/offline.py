@@ -1,4 +1,4 @@
-"""Mixing without waiting for the sound: the sidecar's own session beside other programs' mixers."""
+"""Mixing faster than real time: the sidecar's session and other programs' mixers."""
 
 import os
 import resource
@@ -15,7 +15,7 @@ SYSTEM_HERTZ, MICROPHONE_HERTZ = 440, 1000  # whole numbers, so that a second ca
 
 
 def run(command):
-    """CPU seconds of the command and what it started, and what it printed."""
+    """Returns the CPU seconds of the command and its children, and its output."""
     before = resource.getrusage(resource.RUSAGE_CHILDREN)
     done = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True)
     after = resource.getrusage(resource.RUSAGE_CHILDREN)
@@ -39,7 +39,7 @@ def ffmpeg(system, microphone, output):
 
 
 def sox(system, microphone, output):
-    """Each source through a process of its own, since sox mixes equal rates only."""
+    """A process for each source resamples it, since sox mixes equal rates only."""
     def source(path):
         return ["-v", "1", "-t", "sox", f"|sox {path} -p rate 48000 channels 2"]
 
@@ -73,7 +73,7 @@ def measure(program, seconds):
             rows.append({"rates": f"{rates[0]} + {rates[1]}", "mixer": mixer, "seconds": seconds,
                          "times real time": seconds / figures["CPU s"]} | figures)
 
-        # A folder each, since an hour is up to 2 GB of files.
+        # A folder for each, since an hour is up to 2 GB of files.
         with tempfile.TemporaryDirectory() as folder:
             row("sidecar", measure_sidecar(program, rates, seconds, folder))
         for name, command in (("ffmpeg", ffmpeg), ("SoX", sox)):

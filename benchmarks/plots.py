@@ -1,4 +1,4 @@
-"""Draws results as bars, into SVG files."""
+"""Draws results as bar and line charts in SVG files."""
 
 from xml.sax.saxutils import escape
 
@@ -6,6 +6,7 @@ import results
 
 LABELS, BARS, VALUES = 190, 420, 150  # widths
 LINE, GAP, TOP = 22, 14, 40
+MARGIN, PLOT_WIDTH, PLOT_HEIGHT = 90, 530, 240
 COLOURS = ("#2b6cb0", "#c05621", "#2f855a", "#6b46c1", "#718096", "#a0aec0")
 
 
@@ -41,11 +42,43 @@ def draw(name, title, groups):
             parts += bar(y, label, values, scale, COLOURS[labels.index(label) % len(COLOURS)])
             y += LINE
         y += GAP
-    width = LABELS + BARS + VALUES
+    save(name, LABELS + BARS + VALUES, y, parts)
+
+
+def save(name, width, height, parts):
     (results.FOLDER / f"{name}.svg").write_text(
-        f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{y}" '
+        f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{height}" '
         f'font-family="sans-serif" font-size="13">\n'
-        f'<rect width="{width}" height="{y}" fill="white"/>\n' + "\n".join(parts) + "\n</svg>\n")
+        f'<rect width="{width}" height="{height}" fill="white"/>\n' + "\n".join(parts)
+        + "\n</svg>\n")
+
+
+def draw_lines(name, title, units, lines):
+    """lines: the points of each label. units: of x and y."""
+    points = [point for _, line in lines for point in line]
+    right = max(x for x, _ in points)
+    low, high = (choose(0, *(y for _, y in points)) for choose in (min, max))
+    bottom = TOP + PLOT_HEIGHT
+
+    def place(x, y):
+        return MARGIN + PLOT_WIDTH * x / right, bottom - PLOT_HEIGHT * (y - low) / ((high - low) or 1)
+
+    parts = [text(8, 22, title, weight="bold"),
+             text(MARGIN + PLOT_WIDTH, bottom + 20, f"{right:.0f} {units[0]}", "end")]
+    for value in dict.fromkeys((low, 0, high)):
+        x, y = place(0, value)
+        parts += [text(x - 8, y + 4, f"{value:.1f} {units[1]}", "end"),
+                  f'<line x1="{x}" y1="{y:.1f}" x2="{x + PLOT_WIDTH}" y2="{y:.1f}" stroke="#ddd"/>']
+    for number, (label, line) in enumerate(lines):
+        path = " ".join(f"{x:.1f},{y:.1f}" for x, y in (place(*point) for point in line))
+        colour = COLOURS[number % len(COLOURS)]
+        y = TOP + LINE * number
+        # Dashed more and more, so that a line shows through those over it.
+        parts += [f'<polyline points="{path}" fill="none" stroke="{colour}" stroke-width="2" '
+                  f'stroke-dasharray="8 {8 * number}"/>',
+                  f'<rect x="{MARGIN + PLOT_WIDTH + 16}" y="{y}" width="14" height="14" '
+                  f'fill="{colour}"/>', text(MARGIN + PLOT_WIDTH + 38, y + 12, label)]
+    save(name, MARGIN + PLOT_WIDTH + 140, bottom + 32, parts)
 
 
 def bars_of(result, heading_columns, label_column, column):
@@ -57,7 +90,7 @@ def bars_of(result, heading_columns, label_column, column):
 
 
 def draw_all():
-    """Those whose results exist."""
+    """Draws the plots whose results exist."""
     if results.path_of("recorders").exists():
         for name, title, column in (
                 ("cpu", "Processor time of the recorder, ms a second", "CPU ms/s"),
@@ -68,3 +101,8 @@ def draw_all():
     if results.path_of("concurrency").exists():
         draw("concurrency", "Processor time of all sidecars at once, ms a second",
              bars_of("concurrency", ("server",), "recordings", "CPU ms/s"))
+    if results.path_of("drift").exists():
+        groups = results.groups(results.read("drift"), "recorder")
+        draw_lines("drift", "Distance of the microphone from system audio", ("s", "ms"), [
+            (recorder, list(zip(results.numbers(rows, "second"), results.numbers(rows, "distance ms"))))
+            for (recorder,), rows in groups.items()])

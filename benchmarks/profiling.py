@@ -1,4 +1,4 @@
-"""Where a recording's processor time goes, by sampling it while it records."""
+"""Profiles a recording by sampling."""
 
 import os
 import subprocess
@@ -12,7 +12,7 @@ MOST_FUNCTIONS = 15
 
 
 def shares(samples, **columns):
-    """Rows with a share of all samples each, the largest first; columns are named as perf does."""
+    """Rows with their share of all samples, the largest first; the columns have perf's names."""
     report = subprocess.run(
         ["perf", "report", "--input", samples, "--stdio", "--quiet", "--field-separator", "|",
          "--fields", ",".join(("overhead", *columns.values()))],

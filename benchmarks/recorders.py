@@ -1,8 +1,8 @@
-"""The recorders that are compared: each takes both sources of the private server's.
+"""The recorders that are compared. Each records both sources of the private server.
 
 All but the floor write what the sidecar writes, a WAV file of 16-bit stereo at 48 000 Hz with both
-sources added at unity gain. Where it can be asked of them, they take each source at its own rate
-and 20 ms at a time, begin without looking at the streams first, and write without delay.
+sources added at unity gain. If a recorder has such options, it captures each source at its own rate
+in fragments of 20 ms, does not probe the streams first, and writes without delay.
 """
 
 import json
@@ -16,16 +16,16 @@ SYSTEM_DEVICE, MICROPHONE_DEVICE = "speakers.monitor", "microphone"
 RATES = ((44100, 16000), (48000, 48000))
 FRAGMENTS_PER_SECOND = 50
 BYTES_PER_SAMPLE = 2
-# No header of these programs is longer; beyond it there are samples.
+# No header of these programs is longer: a larger file has samples.
 LONGEST_HEADER = 128
-# Without being told so, ffmpeg would halve each source to add them, and lower mono to stereo.
+# By default ffmpeg halves each source before adding them, and attenuates mono to stereo.
 FFMPEG_GRAPH = ("[0]aresample=48000[system];"
                 "[1]aresample=48000,pan=stereo|c0=c0|c1=c0[microphone];"
                 "[system][microphone]amix=inputs=2:normalize=0")
 
 
 class Recorder:
-    """A program that records until SIGINT. FILE in its command stands for the path."""
+    """A program that records until SIGINT. FILE in its command is replaced by the path."""
 
     def __init__(self, name, command):
         self.name = name
@@ -33,7 +33,7 @@ class Recorder:
         self.processes = []
 
     def start(self, path):
-        """Returns once it records."""
+        """Returns when it records."""
         self.path = path
         command = [word.replace("FILE", path) for word in self.command]
         self.processes = [self.spawn(command)]
@@ -45,7 +45,7 @@ class Recorder:
 
     def spawn(self, command, **streams):
         streams = {"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL} | streams
-        # The trace goes beside the recording, not into the trace file of this machine.
+        # The trace goes into the recording's folder instead of the machine's trace file.
         environment = os.environ | {"TMPDIR": os.path.dirname(self.path)}
         return subprocess.Popen(command, stderr=subprocess.DEVNULL, env=environment, **streams)
 
@@ -88,7 +88,7 @@ class Sidecar(Recorder):
 
 
 class Floor(Recorder):
-    """Two captures that throw their samples away: less cannot be done with two processes."""
+    """Two captures that discard their samples: the minimum for two processes."""
 
     def start(self, path):
         self.path = path
@@ -97,7 +97,7 @@ class Floor(Recorder):
 
 
 class Nobody(Recorder):
-    """What the server costs while nobody records."""
+    """No recorder, for the cost of the server alone."""
 
     def start(self, path):
         self.path = path
@@ -126,14 +126,14 @@ def gstreamer(rate, microphone_rate):
     return Recorder("GStreamer", [
         "gst-launch-1.0", "-q", "-e",
         *source(SYSTEM_DEVICE, rate, 2), *source(MICROPHONE_DEVICE, microphone_rate, 1),
-        # Without time for late deliveries it loses sound.
+        # With a lower latency it loses late buffers.
         *"audiomixer name=mix latency=80000000 output-buffer-duration=20000000 !".split(),
         *"audioconvert ! audio/x-raw,format=S16LE ! wavenc !".split(),
         "filesink", "buffer-mode=unbuffered", "location=FILE"])
 
 
 def sox():
-    """Cannot mix what differs in rate, so here the server resamples."""
+    """sox cannot mix different rates, so the server resamples."""
     def source(device):
         return ["-t", "pulseaudio", "-r", "48000", "-c", "2", "-v", "1", device]
 

@@ -1,4 +1,4 @@
-"""How much of a resampled tone is not that tone any more."""
+"""Measures what resampling adds to a tone."""
 
 import subprocess
 
@@ -12,7 +12,7 @@ TONES = {44100: (997, 10000, 18000, 20000), 16000: (997, 7000)}
 
 
 def converters(own_program, rate):
-    """Commands that turn mono floats of this rate into some of 48 000 Hz."""
+    """Commands that convert mono floats of this rate to 48 000 Hz."""
     def ffmpeg(resampler):
         return ["ffmpeg", "-loglevel", "error", "-f", "f32le", "-ar", str(rate), "-ac", "1",
                 "-i", "-", "-af", f"aresample={TARGET_RATE}:resampler={resampler}",
@@ -28,7 +28,7 @@ def converters(own_program, rate):
 
 
 def fit(samples, hertz):
-    """Amplitude of the tone, and the effective value of everything else."""
+    """Amplitude of the tone, and RMS value of everything else."""
     phase = 2 * numpy.pi * hertz / TARGET_RATE * numpy.arange(len(samples))
     basis = numpy.stack([numpy.sin(phase), numpy.cos(phase)], axis=1)
     parts, _, _, _ = numpy.linalg.lstsq(basis, samples, rcond=None)
@@ -45,7 +45,7 @@ def measure(own_program):
                 output = subprocess.run(command, input=tone.astype("<f4").tobytes(), check=True,
                                         stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
                 samples = numpy.frombuffer(output.stdout, "<f4").astype(float)
-                # Filters swing in and out at the ends.
+                # Without the transients of the filters at both ends.
                 amplitude, rest = fit(samples[TARGET_RATE:-TARGET_RATE], hertz)
                 rows.append({"from Hz": rate, "tone Hz": hertz, "converter": name,
                              "gain dB": 20 * float(numpy.log10(amplitude / 0.5)),

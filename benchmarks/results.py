@@ -1,4 +1,4 @@
-"""The figures as they are kept: one CSV file a subject, one row a run."""
+"""Stores the figures: one CSV file per subject, one row per run."""
 
 import csv
 import pathlib
@@ -44,7 +44,7 @@ def numbers(rows, column):
 
 
 def groups(rows, *columns):
-    """The rows by their values in these columns, in the order in which those first occur."""
+    """Groups the rows by their values in these columns, in the order of first occurrence."""
     found = {}
     for row in rows:
         found.setdefault(tuple(row[column] for column in columns), []).append(row)
@@ -52,5 +52,5 @@ def groups(rows, *columns):
 
 
 def spread(values):
-    """Median, least and most."""
+    """Median, minimum and maximum."""
     return statistics.median(values), min(values), max(values)

@@ -16,8 +16,9 @@ import tables
 ROOT = pathlib.Path(__file__).parent.parent
 BUILD = ROOT / "build/benchmark"
 SERVERS = ("pulseaudio", "pipewire")
-PARTS = ("compare", "concurrency", "distance", "offline", "micro", "profile")
+PARTS = ("compare", "concurrency", "distance", "drift", "offline", "micro", "profile")
 DISTANCES = 20
+DRIFT_PPM, DRIFT_RATE = 300, 48000
 
 
 def capture(part, server, rates, rounds, seconds):
@@ -27,7 +28,7 @@ def capture(part, server, rates, rounds, seconds):
          "--microphone-rate", str(rates[1]), "--", sys.executable, ROOT / "benchmarks/capture.py",
          part, server, BUILD / "QuenlorHelperAudio", str(rates[0]), str(rates[1]), str(rounds),
          str(seconds)],
-        # Not every machine allows the sampling.
+        # Some machines do not allow sampling.
         check=part != "profile")
 
 
@@ -36,6 +37,16 @@ def distance(server):
     subprocess.run(
         [ROOT / "scripts/private-server", server, "--no-microphone", "--", sys.executable,
          ROOT / "benchmarks/distance.py", server, BUILD / "QuenlorHelperAudio", str(DISTANCES)],
+        check=True)
+
+
+def drift(seconds):
+    print(f"drift: {DRIFT_PPM} ppm for {seconds} s", flush=True)
+    subprocess.run(
+        [ROOT / "scripts/private-server", "pulseaudio", "--chirps", "--microphone-drift",
+         str(DRIFT_PPM), "--rate", str(DRIFT_RATE), "--microphone-rate", str(DRIFT_RATE), "--",
+         sys.executable, ROOT / "benchmarks/drift.py", BUILD / "QuenlorHelperAudio",
+         str(DRIFT_RATE), str(seconds)],
         check=True)
 
 
@@ -53,6 +64,9 @@ def run_part(part, options):
         results.forget("distance")
         for server in options.servers:
             distance(server)
+    elif part == "drift":
+        results.forget("drift")
+        drift(options.drift_seconds)
     elif part == "offline":
         print(f"offline: {options.offline_seconds} s", flush=True)
         offline.measure(BUILD / "benchmarks/offline_recording", options.offline_seconds)
@@ -66,14 +80,14 @@ def run_part(part, options):
 
 
 def main():
-    parser = argparse.ArgumentParser(prog="scripts/benchmark", description=__doc__)
-    parser.add_argument("--rounds", type=int, default=5, help="recordings of each kind")
-    parser.add_argument("--seconds", type=float, default=7, help="measured seconds of each")
+    # The help is in the script, which gives it before it installs what this program needs.
+    parser = argparse.ArgumentParser(prog="scripts/benchmark", add_help=False)
+    parser.add_argument("--rounds", type=int, default=5)
+    parser.add_argument("--seconds", type=float, default=7)
     parser.add_argument("--servers", nargs="+", choices=SERVERS, default=SERVERS)
-    parser.add_argument("--offline-seconds", type=int, default=3600,
-                        help="length of what is mixed from files; 180 or more")
-    parser.add_argument("--only", nargs="*", choices=PARTS, metavar="PART", default=PARTS,
-                        help=f"of {', '.join(PARTS)}; none renews the tables and plots alone")
+    parser.add_argument("--drift-seconds", type=int, default=600)
+    parser.add_argument("--offline-seconds", type=int, default=3600)
+    parser.add_argument("--only", nargs="*", choices=PARTS, metavar="PART", default=PARTS)
     options = parser.parse_args()
     if options.only:
         machine.describe()

@@ -4,6 +4,7 @@ import re
 
 import plots
 import results
+from chirps import STRETCHES, Event, largest, stretch_name
 
 COST = ("CPU ms/s", "server CPU ms/s", "wake-ups/s", "switches/s", "peak MiB")
 RECORDED = ("start ms", "stop ms", "behind ms", "missing ms", "system breaks", "microphone breaks",
@@ -13,7 +14,7 @@ CONCURRENT = ("CPU ms/s", "server CPU ms/s", "wake-ups/s", "peak MiB", "stop ms"
 
 
 def number(value):
-    """Three digits, or all of those before the point."""
+    """Three significant digits, or all digits before the point."""
     size = abs(value)
     digits = 0 if size >= 100 or value == int(value) else 1 if size >= 10 else 2
     return "0" if size < 0.005 else f"{value:,.{digits}f}".replace(",", " ")
@@ -33,7 +34,7 @@ def table(header, rows):
 
 
 def spread_table(name, group_columns, columns):
-    """One line a group of runs that have figures: the median of each column, and least and most."""
+    """One line per group of runs with figures: median, minimum and maximum of each column."""
     lines = []
     for group, rows in results.groups(results.read(name), *group_columns).items():
         cells = [spread_cell(rows, column) for column in columns]
@@ -43,7 +44,7 @@ def spread_table(name, group_columns, columns):
 
 
 def plain_table(name):
-    """The results as they are."""
+    """The results without grouping."""
     rows = results.read(name)
     return table(list(rows[0]), [[plain_cell(value) for value in row.values()] for row in rows])
 
@@ -71,7 +72,7 @@ def micro_table():
 
 
 def limit_of(name, medians):
-    """That of the same name, whose arguments are the first of its."""
+    """The limit of the same name whose arguments are the first arguments of the benchmark."""
     subject, _, arguments = name.partition("/")
     return next((ns for limit, ns in medians.items()
                  if f"{subject}Limit/{arguments}/".startswith(f"{limit}/")), None)
@@ -95,12 +96,25 @@ def residual_table():
     return table(["from Hz", "tone Hz", *converters], lines)
 
 
+def drift_table():
+    """And the plot, since there is none either before it was measured."""
+    lines = []
+    for (recorder,), rows in results.groups(results.read("drift"), "recorder").items():
+        events = [Event(float(row["second"]), float(row["distance ms"])) for row in rows]
+        distances = [*largest(events), abs(events[-1].distance_ms)]
+        lines.append([recorder, *("–" if value is None else f"{value:.2f}" for value in distances)])
+    stretches = [f"{stretch_name(*stretch)}, ms" for stretch in STRETCHES]
+    return (table(["recorder", *stretches, "at the end, ms"], lines)
+            + "\n\n![Distance of the sources](../benchmarks/results/drift.svg)")
+
+
 TABLES = {
     "machine": lambda: plain_table("machine"),
     "cost": lambda: spread_table("recorders", ("server", "rates", "recorder"), COST),
     "recorded": lambda: spread_table("recorders", ("server", "rates", "recorder"), RECORDED),
     "concurrency": lambda: spread_table("concurrency", ("server", "recordings"), CONCURRENT),
     "distance": lambda: spread_table("distance", ("server",), ("distance ms",)),
+    "drift": drift_table,
     "profile": lambda: plain_table("profile"),
     "functions": lambda: plain_table("functions"),
     "offline": lambda: plain_table("offline"),
@@ -110,7 +124,7 @@ TABLES = {
 
 
 def renew(document):
-    """Also draws the plots again."""
+    """Updates the tables of the page and the plots."""
     def renewed(match):
         try:
             body = TABLES[match["name"]]()

@@ -12,8 +12,8 @@ namespace {
 constexpr std::uint32_t framesPerTick = 960;
 constexpr std::int64_t bytesPerTick{framesPerTick * 2 * sizeof(float)};
 
-/// One tick's frames in and out, behind as many frames as the argument says: the 80 ms that a
-/// recording keeps in reserve, and two seconds.
+/// Appends and consumes one tick's frames. The argument is the number of frames stored before:
+/// none, the 80 ms prefill of a recording, and two seconds.
 void backlogAppendAndConsume(benchmark::State& state) {
   const auto format = platform::AudioFormat::float32(48'000, 2, false);
   SampleBacklog backlog;
@@ -28,7 +28,7 @@ void backlogAppendAndConsume(benchmark::State& state) {
 }
 BENCHMARK(backlogAppendAndConsume)->Arg(0)->Arg(3840)->Arg(96'000);
 
-/// The same bytes copied in and out once.
+/// The limit: copies the same bytes in and out once.
 void backlogAppendAndConsumeLimit(benchmark::State& state) {
   const std::vector<float> source = noise(framesPerTick * 2);
   std::vector<float> stored(source.size());

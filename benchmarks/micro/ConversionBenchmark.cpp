@@ -58,7 +58,7 @@ BENCHMARK(conversion)
     ->Args({48'000, 2, 0})
     ->Args({48'000, 1, 0});
 
-/// The resampler alone, as it is set up there, on planar samples; for equal rates, a copy of them.
+/// The resampler alone, configured as in the converter, on planar samples; for equal rates, a copy.
 void conversionLimit(benchmark::State& state) {
   const auto rate = static_cast<double>(state.range(0));
   const auto channels = static_cast<std::size_t>(state.range(1));

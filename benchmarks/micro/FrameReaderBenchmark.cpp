@@ -10,7 +10,7 @@
 namespace quenlor::benchmarks {
 namespace {
 
-/// A file without a name that holds a text, to be read again and again.
+/// An unnamed file with a text, to be read repeatedly.
 class TextFile {
  public:
   explicit TextFile(const std::string& text) {
@@ -43,13 +43,13 @@ void frameReaderShortLines(benchmark::State& state) {
 }
 BENCHMARK(frameReaderShortLines);
 
-/// One line, up to the longest there may be: the bytes a second must not fall with its length.
+/// One line, up to the longest allowed. The bytes per second must not fall with its length.
 void frameReaderOneLine(benchmark::State& state) {
   readAllFrames(state, std::string(static_cast<std::size_t>(state.range(0)) - 1, 'x') + '\n');
 }
 BENCHMARK(frameReaderOneLine)->RangeMultiplier(8)->Range(1 << 14, 1 << 20);
 
-/// Reading the same bytes in the same portions, and nothing else.
+/// Only reads the same bytes in portions of the same size.
 void frameReaderOneLineLimit(benchmark::State& state) {
   const TextFile file(std::string(static_cast<std::size_t>(state.range(0)), 'x'));
   std::array<char, 4096> chunk{};

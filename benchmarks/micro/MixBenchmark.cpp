@@ -20,7 +20,7 @@ using platform::virtualhost::Signal;
 using platform::virtualhost::VirtualPlatform;
 
 constexpr std::uint32_t framesPerTick = 960;
-/// Few enough for the file that they fill: 77 MB.
+/// Limits the file to 77 MB.
 constexpr std::int64_t ticks = 20'000;
 
 /// One tick of a session whose devices have the target format: intake of both sources, both

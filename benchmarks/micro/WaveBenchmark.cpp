@@ -15,7 +15,7 @@ namespace quenlor::benchmarks {
 namespace {
 
 constexpr std::size_t framesPerTick = 960;
-/// Few enough for the file that they fill: 77 MB.
+/// Limits the file to 77 MB.
 constexpr std::int64_t appends = 20'000;
 
 std::int16_t encodePlainly(float sample) {
@@ -42,7 +42,7 @@ void encode(benchmark::State& state) {
 }
 BENCHMARK(encode);
 
-/// Sample by sample, as one would write it first.
+/// Sample by sample: the plain implementation.
 void encodePlain(benchmark::State& state) {
   encodeTick(state, [](const auto& left, const auto& right, auto& frames) {
     auto* const samples = reinterpret_cast<std::int16_t*>(frames.data());
@@ -54,7 +54,7 @@ void encodePlain(benchmark::State& state) {
 }
 BENCHMARK(encodePlain);
 
-/// Copying as many bytes as the encoded frames have.
+/// Copies as many bytes as the encoded frames have.
 void encodeLimit(benchmark::State& state) {
   encodeTick(state, [](const auto& left, const auto& /*right*/, auto& frames) {
     std::memcpy(frames.data(), left.data(), left.size() * sizeof(float));
@@ -62,7 +62,7 @@ void encodeLimit(benchmark::State& state) {
 }
 BENCHMARK(encodeLimit);
 
-/// Encoding and writing one tick's frames.
+/// Encodes and writes one tick's frames.
 void waveAppend(benchmark::State& state) {
   const test::TemporaryFolder folder;
   WaveWriter writer((folder / "recording.wav").string());
@@ -73,7 +73,7 @@ void waveAppend(benchmark::State& state) {
 }
 BENCHMARK(waveAppend)->Iterations(appends);
 
-/// Writing as many bytes at a time to such a file.
+/// Writes as many bytes at a time to such a file.
 void waveAppendLimit(benchmark::State& state) {
   const test::TemporaryFolder folder;
   std::ofstream file(folder / "bytes", std::ios::binary);
