@@ -6,8 +6,8 @@
 
 namespace quenlor::platform::coreaudio {
 
-/// The system's converter, with its default options. Nothing where there is none for the formats.
-/// Called from any thread.
+/// The system's converter, with its default options; of more than two channels it takes the first
+/// two. Nothing where there is none for the formats. Called from any thread.
 std::shared_ptr<AudioConverter> makeCoreAudioConverter(const AudioFormat& from,
                                                        const AudioFormat& to);
 

@@ -82,6 +82,9 @@ std::shared_ptr<AudioConverter> makeCoreAudioConverter(const AudioFormat& from,
   AVAudioConverter* const converter = [[AVAudioConverter alloc] initFromFormat:sourceFormat
                                                                       toFormat:targetFormat];
   if (converter == nil) return nullptr;
+  // Channels in discrete order have no mix-down to fewer: without a map their conversion is
+  // reported to give silence, and the status of success.
+  if (from.channelCount() > 2) converter.channelMap = @[ @0, @1 ];
   return std::make_shared<CoreAudioConverter>(converter, targetFormat);
 }
 

@@ -9,8 +9,8 @@ namespace quenlor::platform::coreaudio {
 
 namespace {
 
-/// Runs one call of the engine's. What it raises instead of reporting, as for a device that changed
-/// since its format was read, becomes that call's error.
+/// Runs one call of the engine. An exception that it raises, as for a device that changed since its
+/// format was read, becomes an error of that call.
 template <typename Call>
 void perform(const Call& call) {
   @try {
@@ -20,13 +20,13 @@ void perform(const Call& call) {
   }
 }
 
-/// The same for calls that have no error: whatever is left of the capture is undone next.
+/// The same for calls without an error: teardown goes on with the next step.
 template <typename Call>
 void undo(const Call& call) {
   try {
     perform(call);
   } catch (const PlatformError&) {
-    // Then there is nothing to undo, or the call that follows says what is wrong.
+    // Either nothing was left to undo, or the next call reports the error.
   }
 }
 

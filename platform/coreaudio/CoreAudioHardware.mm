@@ -22,7 +22,8 @@ CATapDescription* systemDescription(const TapDescription& description) {
       [[CATapDescription alloc] initStereoGlobalTapButExcludeProcesses:processes];
   [tap setName:systemString(description.name)];
   [tap setPrivate:description.isPrivate];
-  [tap setExclusive:description.isExclusive];
+  // Where an empty list is not exclusive, macOS 15 and later are reported to record silence.
+  [tap setExclusive:description.isExclusive || description.processes.empty()];
   if (description.deviceUID) [tap setDeviceUID:systemString(*description.deviceUID)];
   if (description.stream) [tap setStream:@(*description.stream)];
   return tap;

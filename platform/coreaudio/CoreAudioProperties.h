@@ -5,7 +5,7 @@
 // Reads and writes of single properties, without qualifiers.
 namespace quenlor::platform::coreaudio {
 
-/// Replaces data by the property, in the kind that data holds before.
+/// Reads the property into data, as the type that data holds before.
 OSStatus readProperty(AudioObjectID objectID, const AudioObjectPropertyAddress& address,
                       PropertyData& data);
 

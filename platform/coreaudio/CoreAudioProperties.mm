@@ -27,7 +27,7 @@ class Property {
   OSStatus write(const std::vector<std::string>& value) const;
 
  private:
-  /// Of a reference, the size is its own and not that of what it names.
+  /// For a reference, the size of the reference itself.
   template <typename Value>
   static constexpr UInt32 byteSize = sizeof(Value);  // NOLINT(bugprone-sizeof-expression)
 

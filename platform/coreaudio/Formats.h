@@ -16,7 +16,7 @@ namespace quenlor::platform::coreaudio {
 /// Nil where the system cannot represent the format, as with 0 channels.
 AVAudioFormat* systemFormat(const AudioFormat& format);
 
-/// Nothing for a format without channels, as of an input that is not there.
+/// nullopt for a format without channels, as of a missing input.
 std::optional<AudioFormat> hostFormat(AVAudioFormat* format);
 
 /// The list's entries; their samples stay where they are.
@@ -25,7 +25,7 @@ std::vector<AudioBuffer> hostBuffers(const ::AudioBufferList& list);
 /// A copy. Nil where the system cannot hold the buffer's format.
 AVAudioPCMBuffer* systemBuffer(const PCMBuffer& buffer);
 
-/// A copy. Nothing where the memory cannot be had.
+/// A copy; nullptr if it cannot be allocated.
 std::shared_ptr<PCMBuffer> hostBuffer(AVAudioPCMBuffer* buffer);
 
 /// Replaces the frames of one buffer by those of another, which has the same format and fits.

@@ -15,8 +15,8 @@ void copySamples(std::span<const AudioBuffer> from, std::span<const AudioBuffer>
     std::memcpy(to[i].mData, from[i].mData, std::min(from[i].mDataByteSize, to[i].mDataByteSize));
 }
 
-/// The seam knows of channels only how many there are. One and two mean mono and stereo to the
-/// system; of more it wants to be told that they stand for nothing but themselves.
+/// The seam has only a number of channels. The system takes one and two for mono and stereo; more
+/// need a layout, here one of discrete channels.
 AVAudioChannelLayout* systemLayout(std::uint32_t channelCount) {
   if (channelCount <= 2) return nil;
   const AudioChannelLayoutTag tag = kAudioChannelLayoutTag_DiscreteInOrder | channelCount;
@@ -47,7 +47,7 @@ std::vector<AudioBuffer> hostBuffers(const ::AudioBufferList& list) {
 AVAudioPCMBuffer* systemBuffer(const PCMBuffer& buffer) {
   AVAudioFormat* const format = systemFormat(buffer.format());
   if (format == nil) return nil;
-  // A buffer without room may not be had.
+  // A buffer of capacity 0 may be refused.
   const std::uint32_t capacity = std::max(buffer.frameLength(), std::uint32_t{1});
   AVAudioPCMBuffer* const copy = [[AVAudioPCMBuffer alloc] initWithPCMFormat:format
                                                                frameCapacity:capacity];

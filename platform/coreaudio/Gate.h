@@ -6,8 +6,8 @@
 
 namespace quenlor::platform::coreaudio {
 
-/// A block that the system calls on threads of its own. The system does not promise that it is done
-/// with a block once it was told to stop; the lock does.
+/// A block that the system calls on threads of its own. The system may still call it after it was
+/// stopped; the lock prevents that.
 template <typename Block>
 class Gate {
  public:

@@ -36,15 +36,15 @@ enum AVAudioConverterInputStatus : NSInteger {
 
 enum AVAudioConverterOutputStatus : NSInteger;
 
-using AVAudioConverterInputBlock = AVAudioBuffer* (^)(AVAudioPacketCount packets,
-                                                      AVAudioConverterInputStatus* outStatus);
+using AVAudioConverterInputBlock = AVAudioBuffer* _Nullable (^)(
+    AVAudioPacketCount packets, AVAudioConverterInputStatus* outStatus);
 
 @interface AVAudioConverter : NSObject
 - (instancetype)initFromFormat:(AVAudioFormat*)from toFormat:(AVAudioFormat*)to;
+@property NSArray<NSNumber*>* channelMap;
 - (AVAudioConverterOutputStatus)convertToBuffer:(AVAudioBuffer*)output
                                           error:(NSError**)outError
-                             withInputFromBlock:(__attribute__((noescape))
-                                                 AVAudioConverterInputBlock)block;
+                             withInputFromBlock:(AVAudioConverterInputBlock)block;
 @end
 
 using AVAudioNodeTapBlock = void (^)(AVAudioPCMBuffer* buffer, AVAudioTime* when);

@@ -56,6 +56,7 @@ struct NSFastEnumerationState {
 };
 
 @interface NSArray<Element> : NSObject
++ (instancetype)arrayWithObjects:(const Element[])objects count:(NSUInteger)count;
 - (NSUInteger)countByEnumeratingWithState:(NSFastEnumerationState*)state
                                   objects:(id __unsafe_unretained[])buffer
                                     count:(NSUInteger)length;
