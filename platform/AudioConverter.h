@@ -9,7 +9,7 @@
 
 namespace quenlor::platform {
 
-/// What one conversion came to. A host may return a value outside the enumeration.
+/// The result of one conversion. A host may return a value outside the enumeration.
 enum class ConverterOutputStatus : std::int32_t {
   haveData = 0,
   inputRanDry = 1,
@@ -19,20 +19,19 @@ enum class ConverterOutputStatus : std::int32_t {
 
 enum class ConverterInputStatus : std::int32_t { haveData = 0, noDataNow = 1, endOfStream = 2 };
 
-/// Brings one stream of buffers from one format to another. Streams across calls: the next call
-/// continues the signal of the last one, whatever its input block reported at its end. Used from
-/// one queue at a time.
+/// Converts a stream of buffers from one format to another. The stream continues from call to call,
+/// whatever status the input block ended with. Used from one queue at a time.
 class AudioConverter {
  public:
-  /// Hands over one source buffer and sets status, or sets another status and returns nothing.
-  /// packets is how many frames the converter would like.
+  /// Returns one source buffer and sets status to haveData, or sets another status and returns
+  /// nullptr. packets is the number of frames the converter asks for.
   using InputBlock = std::function<std::shared_ptr<PCMBuffer>(std::uint32_t packets,
                                                               ConverterInputStatus& status)>;
 
   virtual ~AudioConverter() = default;
 
-  /// Fills output, up to its capacity, and sets its frame length; samples that do not fit wait for
-  /// the next call. Stores an error object in error where the conversion has one to report.
+  /// Fills output up to its capacity and sets its frame length. Samples that do not fit are kept
+  /// for the next call. Stores an exception in error if the conversion reports one.
   virtual ConverterOutputStatus convert(PCMBuffer& output, std::exception_ptr& error,
                                         const InputBlock& input) = 0;
 };

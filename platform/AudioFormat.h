@@ -7,14 +7,14 @@
 
 namespace quenlor::platform {
 
-/// A stream description that stands for a format samples can be held in. An immutable value.
+/// A stream description that buffers can be made for. An immutable value.
 class AudioFormat {
  public:
   /// 32-bit float PCM in the machine's byte order. With 0 channels it means "no input".
   static AudioFormat float32(double sampleRate, std::uint32_t channelCount, bool interleaved);
 
-  /// Nothing where the description cannot be represented: no format id, no channels, or a rate that
-  /// is not a positive number.
+  /// Returns nullopt for a description without a format ID or channels, or with a rate that is not
+  /// a positive number.
   static std::optional<AudioFormat> fromStreamDescription(
       const AudioStreamBasicDescription& description);
 
@@ -24,7 +24,7 @@ class AudioFormat {
   bool isInterleaved() const;
   bool isFloat32() const;
 
-  /// Number of buffers that hold one run of samples: one, or one a channel where not interleaved.
+  /// Number of buffers that hold one run of samples: one if interleaved, else one per channel.
   std::uint32_t bufferCount() const { return isInterleaved() ? 1 : channelCount(); }
 
   bool operator==(const AudioFormat&) const = default;

@@ -13,22 +13,22 @@
 
 namespace quenlor::platform {
 
-/// A property's data. The alternative held before a get says which kind of data is asked for; a get
-/// that succeeds puts data of the same kind in its place.
+/// A property's value. The alternative held before a get selects the type to read; a successful get
+/// replaces it with a value of that type.
 using PropertyData =
     std::variant<std::uint32_t, std::string, std::vector<std::string>, AudioStreamBasicDescription>;
 
-/// Process taps, aggregate devices, their properties and their IO. Where a device changes while it
-/// runs, a host goes on in the format that it announced.
+/// Process taps, aggregate devices, their properties and their IO. If a device changes while it
+/// runs, the host keeps delivering the format that it reported first.
 ///
 /// All functions are called from the control thread. Each returns a status; out parameters are
 /// written only on success.
 class AudioHardware {
  public:
-  /// Takes the samples of one IO cycle. Runs as synchronous work of the queue given at
-  /// registration, on a thread of the host's, or on the control thread while it is inside a call of
-  /// this host. The list and what it points to are lent for the call. A buffer may have a size but
-  /// no data where its stream is disabled. The block must neither throw nor call this interface.
+  /// Receives the samples of one IO cycle. Runs as synchronous work of the queue given at
+  /// registration, on a thread of the host, or on the control thread during a call into the host.
+  /// The list and its samples are valid during the call only. The buffer of a disabled stream may
+  /// have a size but no data. The block must neither throw nor call this interface.
   using IOBlock = std::function<void(AudioBufferList input)>;
 
   virtual ~AudioHardware() = default;
@@ -55,7 +55,7 @@ class AudioHardware {
 
   virtual OSStatus startDevice(AudioObjectID deviceID, AudioDeviceIOProcID ioProcID) = 0;
 
-  /// Once this has returned, the block is not called any more.
+  /// The block is not called after this returns.
   virtual OSStatus stopDevice(AudioObjectID deviceID, AudioDeviceIOProcID ioProcID) = 0;
 };
 

@@ -8,10 +8,10 @@ namespace quenlor::platform {
 /// Result of a hardware call: 0 is success, anything else names the failure.
 using OSStatus = std::int32_t;
 
-/// Names a hardware object (device, tap, the system itself); 0 names none.
+/// Identifies a hardware object (a device, a tap, the system itself); 0 means none.
 using AudioObjectID = std::uint32_t;
 
-/// Names one IO block registered on a device.
+/// Identifies one IO block registered on a device.
 enum class AudioDeviceIOProcID : std::uintptr_t {};
 
 /// A four-character code, most significant byte first: the form of selectors, scopes and statuses.
@@ -75,14 +75,14 @@ struct AudioStreamBasicDescription {
 };
 static_assert(sizeof(AudioStreamBasicDescription) == 40);
 
-/// One run of sample bytes: all channels of an interleaved stream, one channel of another.
+/// Sample bytes: all channels of an interleaved stream, or one channel of a non-interleaved one.
 struct AudioBuffer {
   std::uint32_t mNumberChannels;
   std::uint32_t mDataByteSize;
   void* mData;
 };
 
-/// The buffers of one delivery; valid only as long as whoever lends them says.
+/// The buffers of one delivery. Valid as long as the function that takes the list says.
 using AudioBufferList = std::span<const AudioBuffer>;
 
 }  // namespace quenlor::platform

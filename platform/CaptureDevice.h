@@ -15,18 +15,18 @@ enum class AuthorizationStatus : std::int32_t {
   authorized = 3,
 };
 
-/// The right to record audio, and the device to record it from. Called from the control thread.
+/// The permission to record audio, and the default input device. Called from the control thread.
 class CaptureDevice {
  public:
   virtual ~CaptureDevice() = default;
 
-  /// May give a value outside the enumeration where the system knows further ones.
+  /// May return a value outside the enumeration if the system has further ones.
   virtual AuthorizationStatus authorizationStatus() = 0;
 
   /// Asks the user and returns at once; calls completion once, on any thread, with the answer.
   virtual void requestAccess(std::function<void(bool granted)> completion) = 0;
 
-  /// The name of the default audio input; nothing where there is none.
+  /// The name of the default audio input, or nullopt if there is none.
   virtual std::optional<std::string> defaultDevice() = 0;
 };
 

@@ -23,7 +23,7 @@ class CAPABILITY("queue") DispatchQueue {
   virtual void async(Work work) = 0;
 
   /// Runs work after everything submitted before it and returns when it is done. All of that may
-  /// run on the calling thread. Calling this from the queue's own work would wait for itself.
+  /// run on the calling thread. Must not be called from the queue's own work, which would deadlock.
   virtual void sync(const Work& work) = 0;
 
   /// Ends the program unless the caller is running as this queue's work.

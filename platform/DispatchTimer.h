@@ -8,8 +8,8 @@ namespace quenlor::platform {
 /// A repeating timer whose handler runs as work of the queue it was made for.
 ///
 /// All functions may be called from any thread. Neither setEventHandler() nor cancel() waits for a
-/// handler that is already running; once cancel() has returned, no handler starts any more.
-/// Destroying the timer cancels it.
+/// handler that is already running. After cancel() has returned, no handler starts. Destroying the
+/// timer cancels it.
 class DispatchTimer {
  public:
   using Handler = std::function<void()>;
@@ -22,7 +22,7 @@ class DispatchTimer {
   virtual void schedule(std::chrono::nanoseconds delay, std::chrono::nanoseconds interval,
                         std::chrono::nanoseconds leeway) = 0;
 
-  /// With an empty handler ticks do nothing; setting that one cannot fail.
+  /// With an empty handler, ticks do nothing. Setting an empty handler cannot fail.
   virtual void setEventHandler(Handler handler) = 0;
 
   /// Starts ticking; a new timer is suspended.

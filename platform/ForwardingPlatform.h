@@ -12,7 +12,7 @@
 #include <utility>
 
 // Hosts that pass every call on to another one. Derive from one of these classes and override the
-// calls to change. Each asks of its target what the seam asks of a host, on the same threads.
+// calls to change. A target is called on the same threads as the class that forwards to it.
 
 namespace quenlor::platform {
 

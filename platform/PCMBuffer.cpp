@@ -9,7 +9,8 @@ namespace quenlor::platform {
 
 namespace {
 
-// Far above any device. A description that says millions would cost gigabytes for the list alone.
+// Far more than any device has. A bogus description with millions of channels would cost gigabytes
+// for the list alone.
 constexpr std::uint32_t mostBuffers = 1024;
 
 }  // namespace
@@ -22,7 +23,7 @@ std::shared_ptr<PCMBuffer> PCMBuffer::create(const AudioFormat& format,
   if (format.bufferCount() > mostBuffers) return nullptr;
   if (bytesPerBuffer > std::numeric_limits<std::uint32_t>::max()) return nullptr;
   try {
-    // Not std::vector: whoever asks for a buffer fills it, so zeroing it first would be waste.
+    // Not std::vector, which would zero memory that the caller is about to fill.
     std::unique_ptr<std::byte[]> memory(new std::byte[bytesPerBuffer * format.bufferCount()]);
     return std::make_shared<PCMBuffer>(Key(), format, frameCapacity, std::move(memory));
   } catch (const std::bad_alloc&) {

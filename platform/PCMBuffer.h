@@ -10,19 +10,19 @@
 
 namespace quenlor::platform {
 
-/// Samples in one format, in memory of its own. Not safe for concurrent use; it is handed from one
-/// queue to the next through a shared pointer and used by one of them at a time.
+/// Samples in one format, in memory of its own. Not thread-safe: queues pass it on by shared
+/// pointer, and one of them uses it at a time.
 class PCMBuffer {
-  /// Only create() has one.
+  /// Only create() can make one.
   struct Key {
     explicit Key() = default;
   };
 
  public:
-  /// A buffer with room for frameCapacity frames, whose frameLength is 0 and whose byte sizes say
-  /// the whole room. Nothing where the memory cannot be had, the format has no frame size, no
-  /// channels or more than 1024 buffers, or a byte size does not fit 32 bits. The samples are not
-  /// initialised.
+  /// Returns a buffer for up to frameCapacity frames. Its frameLength is 0, its byte sizes are
+  /// those of the full capacity, and its samples are not initialised. Returns nullptr if memory
+  /// runs out, if the format has no frame size, no channels or more than 1024 buffers, or if a byte
+  /// size does not fit in 32 bits.
   static std::shared_ptr<PCMBuffer> create(const AudioFormat& format, std::uint32_t frameCapacity);
 
   PCMBuffer(Key, const AudioFormat& format, std::uint32_t frameCapacity,
@@ -34,12 +34,12 @@ class PCMBuffer {
   std::uint32_t frameCapacity() const { return capacity; }
   std::uint32_t frameLength() const { return length; }
 
-  /// Says how many frames are valid; at most frameCapacity. Sets the byte sizes to match.
+  /// Sets the number of valid frames, at most frameCapacity, and the byte sizes to match.
   void setFrameLength(std::uint32_t frames);
 
   AudioBufferList audioBufferList() const { return buffers; }
 
-  /// One pointer a channel; empty unless the samples are non-interleaved 32-bit floats.
+  /// One pointer per channel; empty unless the samples are non-interleaved 32-bit floats.
   std::span<float* const> floatChannelData() const { return channels; }
 
  private:

@@ -9,7 +9,7 @@
 
 namespace quenlor::platform {
 
-/// What a process tap captures and how it presents itself.
+/// What a process tap captures, and its name.
 struct TapDescription {
   /// A stereo mix of all processes but the given ones.
   static TapDescription stereoGlobalTapButExcludeProcesses(std::vector<AudioObjectID> excluded) {
@@ -20,12 +20,12 @@ struct TapDescription {
   }
 
   std::vector<AudioObjectID> processes;
-  /// Whether processes lists those left out (true) or those taken in (false). An empty list means
-  /// everything that plays, either way.
+  /// Whether the processes are excluded (true) or included (false). With an empty list the tap
+  /// captures everything, either way.
   bool isExclusive = false;
   bool isPrivate = false;
   std::string name;
-  /// The device whose output is tapped; the current default output where absent.
+  /// The device whose output is tapped; if absent, the current default output.
   std::optional<std::string> deviceUID;
   std::optional<int> stream;
 };

@@ -4,8 +4,8 @@
 
 namespace quenlor::platform {
 
-/// The user's folder for temporary files; empty where the system names none. Comes with the host
-/// that this program was linked with, and may be called before there is one.
+/// The user's folder for temporary files; empty if there is none. Defined by the host that the
+/// program is linked with. May be called before makeAudioPlatform().
 std::filesystem::path temporaryFolder();
 
 }  // namespace quenlor::platform
