@@ -61,8 +61,8 @@ void AlignedCapture::endAt(Clock::time_point time) {
 }
 
 bool AlignedCapture::isComplete() const {
-  return std::ranges::all_of(
-      lanes, [this](const auto& each) { return !each || each->hasAllUntil(*end); });
+  return std::ranges::all_of(lanes,
+                             [this](const auto& each) { return !each || each->hasAllUntil(*end); });
 }
 
 bool AlignedCapture::isSettling() const {

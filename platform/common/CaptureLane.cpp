@@ -22,9 +22,10 @@ constexpr double exactScatter = 0.003;
 // Nor does anybody wait any longer for what a device has still to send.
 constexpr auto longestPeriod = 200ms;
 
-// An error of the place is taken out within this many seconds. What the clocks still err by
-// changes the pitch by a few millionths then.
-constexpr double steeringTime = 15;
+// An error of the place is taken out within this many seconds: the longer a run lasts, the better
+// its clock is known, and the less the pitch has to follow what that still errs by.
+constexpr double leastSteeringTime = 10;
+constexpr double mostSteeringTime = 30;
 constexpr double mostCorrection = 0.003;
 
 }  // namespace
@@ -112,7 +113,7 @@ void CaptureLane::place() {
     fillUntil(end() + gap);
   }
   makeResampler();
-  nextFrame = firstWaiting();
+  nextFrame = placedFrame = firstWaiting();
   if (form.leads) timeline.follow(clock, nextFrame, static_cast<double>(end()), form.rate);
   isPlaced = wasPlaced = true;
 }
@@ -153,6 +154,8 @@ void CaptureLane::steer() {
   const Clock::time_point sounded = clock.timeOf(nextFrame);
   const double late =
       (static_cast<double>(end()) - timeline.positionAt(sounded)) / timeline.nominalRate();
+  const double age = (nextFrame - placedFrame) / form.rate;
+  const double steeringTime = std::clamp(age, leastSteeringTime, mostSteeringTime);
   const double correction =
       clock.rate() / timeline.rate() / nominalRatio * (1 + late / steeringTime) - 1;
   ratio = nominalRatio * (1 + std::clamp(correction, -mostCorrection, mostCorrection));

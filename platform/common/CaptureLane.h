@@ -121,6 +121,8 @@ class CaptureLane {
   const double nominalRatio;
   double ratio;
   double nextFrame = 0;
+  // The first of the run.
+  double placedFrame = 0;
   // Converted frames from position begin on.
   PlanarFrames ready;
   std::int64_t begin = 0;
