@@ -45,7 +45,7 @@ PulsePlatform::Server::~Server() {
   loop.stopPolling();
 }
 
-/// Before the next tick. Every deadline of the loop has the connection served.
+/// Every deadline of the loop has the connection served.
 void PulsePlatform::Server::serveSoon() {
   const auto now = Clock::now();
   if (now < servedSoonAt) return;
@@ -78,7 +78,8 @@ std::unique_ptr<DispatchTimer> PulsePlatform::makeTimer(std::shared_ptr<Dispatch
   // pause, one tick more now and then keeps it from piling up before the mixer.
   return std::make_unique<QueueTimer>(
       eventLoop, std::move(queue),
-      [this, taken = 0s * 1.0](std::chrono::nanoseconds period) mutable {
+      [this,
+       taken = std::chrono::duration<double>::zero()](std::chrono::nanoseconds period) mutable {
         const auto given = reachedServer ? reachedServer->group.handedOver() : 0s;
         taken = std::min<std::chrono::duration<double>>(taken + period, given);
         return given - taken > mostWaiting;
