@@ -110,7 +110,6 @@ void SimulatedCapture::take(CaptureRole role, const PlanarFrames& frames, std::s
     const double phase = phaseOf(sine[i], cosine[i]);
     if (role == CaptureRole::system) {
       systemPhases.push_back(phase);
-      if (!std::isnan(phase)) latestSystemPhase = phase;
       continue;
     }
     const double distance = systemPhases.front() - phase;

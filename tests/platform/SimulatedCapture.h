@@ -63,9 +63,6 @@ class SimulatedCapture {
   double correction() { return capture.lane(platform::CaptureRole::microphone)->correction(); }
   std::int64_t framesLost(platform::CaptureRole role) { return capture.lane(role)->framesLost(); }
 
-  /// When the last frame of system audio sounded, by its sound: the part of a second.
-  double latestPhase() const { return latestSystemPhase; }
-
   SimulatedDevice system, microphone;
 
  private:
@@ -77,7 +74,6 @@ class SimulatedCapture {
   double time = 1000;
   std::deque<double> systemPhases;
   double latestDistance = 0;
-  double latestSystemPhase = 0;
   std::int64_t recorded = 0;
 };
 

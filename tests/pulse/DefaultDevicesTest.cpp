@@ -27,7 +27,7 @@ class DefaultDevices : public Conversation {
   void change(const std::string& kind, const std::string& device, const std::string& traceLine) {
     const std::size_t before = countLines(readFile(traceFile), traceLine);
     runPactl({"set-default-" + kind, device});
-    const auto deadline = Clock::now() + 30s;
+    const auto deadline = Clock::now() + 10s;
     while (Clock::now() < deadline && countLines(readFile(traceFile), traceLine) == before)
       std::this_thread::sleep_for(50ms);
     ASSERT_GT(countLines(readFile(traceFile), traceLine), before) << readFile(traceFile);

@@ -151,7 +151,7 @@ class ServerFault : public Conversation {
 
 class ServerRestart : public ServerFault, public testing::WithParamInterface<int> {};
 
-TEST_P(ServerRestart, IsBridgedBySilenceOfItsLength) {
+TEST_P(ServerRestart, IsSurvivedByBothSources) {
   const Stretch death = timeOf([] { kill(server(), SIGKILL); });
   std::this_thread::sleep_for(std::chrono::milliseconds(GetParam()));
   restartServer();
