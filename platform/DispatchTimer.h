@@ -8,8 +8,8 @@ namespace quenlor::platform {
 /// A repeating timer whose handler runs as work of the queue it was made for.
 ///
 /// All functions may be called from any thread. Neither setEventHandler() nor cancel() waits for a
-/// handler that is already running. After cancel() has returned, no handler starts. Destroying the
-/// timer cancels it.
+/// handler that is running or about to run: what follows on the queue comes after it. Destroying
+/// the timer cancels it.
 class DispatchTimer {
  public:
   using Handler = std::function<void()>;

@@ -13,7 +13,7 @@ constexpr std::uint32_t framesPerTick = 960;
 constexpr std::int64_t bytesPerTick{framesPerTick * 2 * sizeof(float)};
 
 /// Appends and consumes one tick's frames. The argument is the number of frames stored before:
-/// none, the 80 ms prefill of a recording, and two seconds.
+/// none, 80 ms of a recording, and two seconds.
 void backlogAppendAndConsume(benchmark::State& state) {
   const auto format = platform::AudioFormat::float32(48'000, 2, false);
   SampleBacklog backlog;

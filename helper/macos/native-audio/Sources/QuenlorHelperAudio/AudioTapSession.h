@@ -22,13 +22,16 @@ namespace quenlor {
 /// of a started or half-started session passes through stop() or discardIfUnfinished(): destroying
 /// a session releases no hardware object.
 ///
-/// Who touches what: control thread   set-up, start, stop, teardown callbackQueue    copy and
-/// conversion of system audio mixQueue         conversion of the microphone, both backlogs, the
-/// mixer's ticks, appending stateLock is held for the whole of each call of the control thread, so
-/// that calls could also come from several threads. Locks are taken in the order stateLock, waiting
-/// on mixQueue, failureLock. Work on the queues never takes stateLock and never waits for another
-/// queue. All callbacks hold the session weakly, so its last reference can be released on a queue's
-/// own thread.
+/// Who touches what:
+/// - control thread: set-up, start, stop, teardown
+/// - callbackQueue: copy and conversion of system audio
+/// - mixQueue: conversion of the microphone, both backlogs, the mixer's ticks, appending
+///
+/// stateLock is held for the whole of each call of the control thread, so that calls could also
+/// come from several threads. Locks are taken in the order stateLock, waiting on mixQueue,
+/// failureLock. Work on the queues never takes stateLock and never waits for another queue. All
+/// callbacks hold the session weakly, so its last reference can be released on a queue's own
+/// thread.
 ///
 /// Each concern has a source file of its own: lifecycle (AudioTapSession.cpp), system tap set-up
 /// (SystemTapCapture.cpp), system buffers (SystemBufferIntake.cpp), microphone
