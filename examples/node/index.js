@@ -119,6 +119,7 @@ class Sidecar {
     return new Promise((resolve) =>
       this.#child.stdout.setEncoding('utf8').on('data', (text) => {
         if (this.#output.length < longestOutput) this.#output += text;
+        if (this.#failure) return; // What it replies now is too late.
         if (this.#output.includes('\n') || this.#output.length >= longestOutput)
           resolve(this.#output.split('\n', 1)[0]);
       }));

@@ -1,12 +1,15 @@
 """The Python client against the program with the virtual devices."""
 
+import json
 import os
+import re
 import signal
 import subprocess
 import sys
 import tempfile
 import time
 import unittest
+from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 EXAMPLES = Path(__file__).resolve().parents[2] / "examples/python"
@@ -14,6 +17,13 @@ sys.path.append(str(EXAMPLES))
 from quenlor_recording import RecordingError, start  # noqa: E402
 
 PROGRAM = Path(os.environ["QUENLOR_BUILD"]) / "QuenlorHelperAudioVirtual"
+
+
+def is_running(process_id):
+    try:  # Empty for one that was not yet reaped.
+        return Path(f"/proc/{process_id}/cmdline").read_bytes() != b""
+    except FileNotFoundError:
+        return False
 
 
 class RecordingTest(unittest.TestCase):
@@ -33,10 +43,7 @@ class RecordingTest(unittest.TestCase):
         return int((self.folder / "pid").read_text())
 
     def is_running(self):
-        try:  # Empty for one that was not yet reaped.
-            return Path(f"/proc/{self.sidecar_id()}/cmdline").read_bytes() != b""
-        except FileNotFoundError:
-            return False
+        return is_running(self.sidecar_id())
 
     def assert_finished(self):
         file = self.output.read_bytes()
@@ -60,11 +67,82 @@ class RecordingTest(unittest.TestCase):
             error = caught.exception
             self.assertEqual((str(error), error.last_line, error.status), (said, said, 1))
 
-    def test_says_that_the_sidecar_is_missing(self):
-        with self.assertRaises(RecordingError) as caught:
-            start(**{**self.options, "sidecar_path": self.folder / "none"})
-        self.assertIsNone(caught.exception.status)
-        self.assertIsInstance(caught.exception.__cause__, FileNotFoundError)
+    def test_starts_no_sidecar_for_what_cannot_be_asked_for(self):
+        for changed, cause in (({"sidecar_path": self.folder / "none"}, FileNotFoundError),
+                               ({"sidecar_path": "a\0b"}, ValueError),
+                               ({"output_path": b"\xff"}, UnicodeDecodeError),
+                               ({"output_path": "a\udcff"}, UnicodeDecodeError),
+                               ({"output_path": 5}, TypeError),
+                               ({"title": "\ud800"}, UnicodeEncodeError),
+                               ({"title": b"Weekly"}, TypeError),
+                               ({"timeout": "1"}, TypeError)):
+            with self.subTest(changed), self.assertRaises(RecordingError) as caught:
+                start(**{**self.options, **changed})
+            self.assertIsNone(caught.exception.status)
+            self.assertIsInstance(caught.exception.__cause__, cause)
+        self.assertFalse((self.folder / "pid").exists())
+
+    def test_outlasts_sidecars_that_do_not_do_their_part_and_leaves_none_of_them(self):
+        table = json.loads(Path(__file__).with_name("failing-sidecars.json").read_text())
+        with ThreadPoolExecutor(len(table)) as threads:
+            for case, outcome in zip(table, threads.map(self.fail_with, table)):
+                error, seconds = outcome
+                with self.subTest(case["does"]):
+                    self.assertIn(case["message"], str(error))
+                    self.assertEqual(type(error.__cause__).__name__,
+                                     case["cause"][1] if case["cause"] else "NoneType")
+                    self.assertLess(seconds, 3.5)
+
+    def fail_with(self, case):
+        """The error that this sidecar brings about, and after how many seconds."""
+        begun = time.monotonic()
+        folder = Path(tempfile.mkdtemp(dir=self.folder))
+        sidecar = folder / "sidecar"
+        sidecar.write_text(f"#!/bin/sh\necho $$ >'{folder}/pid'\n{case['script']}\n")
+        sidecar.chmod(0o755)
+        timeout = case.get("timeout", 0.3)
+        try:
+            recording = start(**{**self.options, "sidecar_path": sidecar, "timeout": timeout})
+            assert case["fails"] == "stop"
+            recording.stop(timeout)
+        except RecordingError as error:
+            assert not is_running(int((folder / "pid").read_text()))
+            return error, time.monotonic() - begun
+        raise AssertionError("did not fail")
+
+    def test_discards_a_recording_that_is_ready_too_late(self):
+        with self.assertRaises(RecordingError):
+            start(**self.options, timeout=0)
+        self.assertFalse(self.is_running())
+        self.assertFalse(self.output.exists())
+
+    def test_leaves_no_sidecar_when_ctrl_c_ends_a_start(self):
+        program = self.folder / "silent"
+        program.write_text(f"#!/bin/sh\necho $$ >'{self.folder}/pid'\necho >&2\nexec sleep 600\n")
+        program.chmod(0o755)
+        with self.assertRaises(KeyboardInterrupt):
+            start(**{**self.options, "sidecar_path": program},
+                  on_trace=lambda line: os.kill(os.getpid(), signal.SIGINT))
+        self.assertFalse(self.is_running())
+
+    def test_passes_the_trace_on_from_its_first_line_to_the_last(self):
+        lines = []
+
+        def listen(line):
+            lines.append(line)
+            raise ZeroDivisionError
+
+        with self.assertLogs("quenlor_recording"), start(**self.options, on_trace=listen) as recording:
+            self.assertEqual(recording.pid, self.sidecar_id())
+        request = {"mode": "mixed", "outputPath": str(self.output), "title": "Weekly"}
+        expected = subprocess.run([PROGRAM], input=json.dumps(request), capture_output=True, text=True)
+        self.assertEqual([re.sub(r"[\d-]+T\S+", "", line) for line in lines],
+                         [re.sub(r"[\d-]+T\S+", "", line) for line in expected.stderr.splitlines()])
+
+    def test_takes_a_path_of_bytes(self):
+        name = self.folder / "Grüße.wav"
+        start(**{**self.options, "output_path": os.fsencode(name)}).stop()
+        self.assertTrue(name.exists())
 
     def test_tells_at_once_of_a_sidecar_that_was_killed(self):
         recording = start(**self.options)
