@@ -113,7 +113,7 @@ class Recording:
         try:
             if not event():
                 self._give_up(f"The {step} took too long.", TimeoutError())
-        except BaseException as error:  # Such as Ctrl-C: nobody may be left to stop the recording.
+        except BaseException as error:
             self._give_up(f"The {step} was interrupted.", error)
             raise
 
@@ -130,11 +130,9 @@ class Recording:
         try:
             futures.wait([self.ended], _GRACE)
         finally:
-            if self._process.returncode is None:
-                with suppress(OSError):  # It leads a process group; or it has just ended.
-                    os.killpg(self.pid, signal.SIGKILL)
+            _kill(self._process)
         futures.wait([self.ended], _GRACE)
-        self._settle(None)  # Not even a kill helps where the system waits for a disk.
+        self._settle(self._process.returncode)
 
     def _watch(self, readers: list[threading.Thread]) -> None:
         status = self._process.wait()
@@ -222,14 +220,18 @@ def start(*, output_path: AnyPath, title: str, sidecar_path: AnyPath,
                                    stderr=subprocess.PIPE, start_new_session=True)
     except (OSError, TypeError, ValueError) as error:
         raise RecordingError(f"The sidecar could not be started: {error}") from error
+    assert process.stdin
     try:
         recording = Recording(process, line, on_trace)
-    except RuntimeError as error:
-        process.kill()
-        process.wait()
-        raise RecordingError(f"No thread could be started: {error}") from error
-    recording._begin(limit)
-    return recording
+        recording._begin(limit)
+        return recording
+    except BaseException as error:  # Such as Ctrl-C: nobody would be left to stop the recording.
+        _kill(process)
+        with suppress(BrokenPipeError):
+            process.stdin.close()
+        if isinstance(error, RuntimeError):
+            raise RecordingError(f"No thread could be started: {error}") from error
+        raise
 
 
 def _start_thread(work: Callable[..., None], *arguments: object) -> threading.Thread:
@@ -237,6 +239,16 @@ def _start_thread(work: Callable[..., None], *arguments: object) -> threading.Th
     thread = threading.Thread(target=work, args=arguments, daemon=True)
     thread.start()
     return thread
+
+
+def _kill(process: subprocess.Popen[bytes]) -> None:
+    """Ends the process and its group, unless it has ended."""
+    if process.poll() is None:
+        with suppress(ProcessLookupError):
+            os.killpg(process.pid, signal.SIGKILL)
+        # Not even this helps where the system waits for a disk.
+        with suppress(subprocess.TimeoutExpired):
+            process.wait(_GRACE)
 
 
 def _limit(timeout: float | None) -> float | None:

@@ -94,8 +94,10 @@ test('starts no sidecar for what cannot be asked for', async () => {
 
 test('outlasts sidecars that do not do their part, and leaves none of them', async () => {
   const table = JSON.parse(readFileSync(new URL('failing-sidecars.json', import.meta.url), 'utf8'));
-  await Promise.all(table.map(async ({ does, script, timeout = 0.3, fails, message, cause }, index) => {
-    const program = fakeSidecar(index, script);
+  // All are written before one is started: none may be open for writing then.
+  const sidecars = table.map(({ script }, index) => fakeSidecar(index, script));
+  await Promise.all(table.map(async ({ does, timeout = 0.3, fails, message, cause }, index) => {
+    const program = sidecars[index];
     const begun = performance.now();
     const limits = { timeout: timeout * 1000 };
     const starting = start({ ...options, ...limits, sidecarPath: program });

@@ -31,16 +31,22 @@ class RecordingTest(unittest.TestCase):
         folder = tempfile.TemporaryDirectory(prefix="quenlor-python-")
         self.addCleanup(folder.cleanup)
         self.folder = Path(folder.name)
-        # Leaves its process id behind and becomes the sidecar.
-        sidecar = self.folder / "sidecar"
-        sidecar.write_text(f"#!/bin/sh\necho $$ >'{self.folder}/pid'\nexec '{PROGRAM}'\n")
-        sidecar.chmod(0o755)
+        sidecar = self.write_sidecar("program", f"exec '{PROGRAM}'")
         self.output = self.folder / "recording.wav"
         self.options = {"output_path": str(self.output), "title": "Weekly",
                         "sidecar_path": str(sidecar)}
 
+    def write_sidecar(self, name, script):
+        """Makes a sidecar of a shell script; its process ID is then in a folder of that name."""
+        folder = self.folder / name
+        folder.mkdir()
+        sidecar = folder / "sidecar"
+        sidecar.write_text(f"#!/bin/sh\necho $$ >'{folder}/pid'\n{script}\n")
+        sidecar.chmod(0o755)
+        return sidecar
+
     def sidecar_id(self):
-        return int((self.folder / "pid").read_text())
+        return int((self.folder / "program/pid").read_text())
 
     def is_running(self):
         return is_running(self.sidecar_id())
@@ -80,33 +86,32 @@ class RecordingTest(unittest.TestCase):
                 start(**{**self.options, **changed})
             self.assertIsNone(caught.exception.status)
             self.assertIsInstance(caught.exception.__cause__, cause)
-        self.assertFalse((self.folder / "pid").exists())
+        self.assertFalse((self.folder / "program/pid").exists())
 
     def test_outlasts_sidecars_that_do_not_do_their_part_and_leaves_none_of_them(self):
         table = json.loads(Path(__file__).with_name("failing-sidecars.json").read_text())
         with ThreadPoolExecutor(len(table)) as threads:
-            for case, outcome in zip(table, threads.map(self.fail_with, table)):
-                error, seconds = outcome
+            # All are written before one is started: none may be open for writing then.
+            sidecars = [self.write_sidecar(str(index), case["script"])
+                        for index, case in enumerate(table)]
+            outcomes = threads.map(self.fail_with, sidecars, table)
+            for case, (error, seconds) in zip(table, outcomes):
                 with self.subTest(case["does"]):
                     self.assertIn(case["message"], str(error))
                     self.assertEqual(type(error.__cause__).__name__,
                                      case["cause"][1] if case["cause"] else "NoneType")
                     self.assertLess(seconds, 3.5)
 
-    def fail_with(self, case):
+    def fail_with(self, sidecar, case):
         """The error that this sidecar brings about, and after how many seconds."""
         begun = time.monotonic()
-        folder = Path(tempfile.mkdtemp(dir=self.folder))
-        sidecar = folder / "sidecar"
-        sidecar.write_text(f"#!/bin/sh\necho $$ >'{folder}/pid'\n{case['script']}\n")
-        sidecar.chmod(0o755)
         timeout = case.get("timeout", 0.3)
         try:
             recording = start(**{**self.options, "sidecar_path": sidecar, "timeout": timeout})
             assert case["fails"] == "stop"
             recording.stop(timeout)
         except RecordingError as error:
-            assert not is_running(int((folder / "pid").read_text()))
+            assert not is_running(int(sidecar.with_name("pid").read_text()))
             return error, time.monotonic() - begun
         raise AssertionError("did not fail")
 
@@ -117,13 +122,11 @@ class RecordingTest(unittest.TestCase):
         self.assertFalse(self.output.exists())
 
     def test_leaves_no_sidecar_when_ctrl_c_ends_a_start(self):
-        program = self.folder / "silent"
-        program.write_text(f"#!/bin/sh\necho $$ >'{self.folder}/pid'\necho >&2\nexec sleep 600\n")
-        program.chmod(0o755)
+        sidecar = self.write_sidecar("silent", "echo >&2; exec sleep 600")
         with self.assertRaises(KeyboardInterrupt):
-            start(**{**self.options, "sidecar_path": program},
+            start(**{**self.options, "sidecar_path": sidecar},
                   on_trace=lambda line: os.kill(os.getpid(), signal.SIGINT))
-        self.assertFalse(self.is_running())
+        self.assertFalse(is_running(int(sidecar.with_name("pid").read_text())))
 
     def test_passes_the_trace_on_from_its_first_line_to_the_last(self):
         lines = []
