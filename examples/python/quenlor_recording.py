@@ -188,7 +188,8 @@ class Recording:
 
     def _write(self, pipe: IO[bytes], request: bytes) -> None:
         # Where the sidecar has ended, its status and last line tell more than a broken pipe.
-        with suppress(BrokenPipeError), pipe:
+        # An interrupted start has closed the pipe.
+        with suppress(BrokenPipeError, ValueError), pipe:
             pipe.write(request)
             pipe.flush()
             self._may_end.wait()
@@ -225,6 +226,8 @@ def start(*, output_path: AnyPath, title: str, sidecar_path: AnyPath,
         recording = Recording(process, line, on_trace)
         recording._begin(limit)
         return recording
+    except RecordingError:
+        raise
     except BaseException as error:  # Such as Ctrl-C: nobody would be left to stop the recording.
         _kill(process)
         with suppress(BrokenPipeError):
@@ -262,6 +265,7 @@ def _check_ready(reply: bytes) -> None:
 
 def _parse_result(reply: bytes) -> RecordingResult:
     result: RecordingResult = json.loads(reply)
-    if not all(isinstance(n, (float, int)) for n in (result["durationSeconds"], result["sizeBytes"])):
+    numbers = result["durationSeconds"], result["sizeBytes"]
+    if not all(isinstance(number, (float, int)) for number in numbers):
         raise TypeError("it is no result")
     return result

@@ -135,10 +135,12 @@ class RecordingTest(unittest.TestCase):
             lines.append(line)
             raise ZeroDivisionError
 
-        with self.assertLogs("quenlor_recording"), start(**self.options, on_trace=listen) as recording:
+        with self.assertLogs("quenlor_recording"), \
+                start(**self.options, on_trace=listen) as recording:
             self.assertEqual(recording.pid, self.sidecar_id())
         request = {"mode": "mixed", "outputPath": str(self.output), "title": "Weekly"}
-        expected = subprocess.run([PROGRAM], input=json.dumps(request), capture_output=True, text=True)
+        expected = subprocess.run([PROGRAM], input=json.dumps(request), capture_output=True,
+                                  text=True)
         self.assertEqual([re.sub(r"[\d-]+T\S+", "", line) for line in lines],
                          [re.sub(r"[\d-]+T\S+", "", line) for line in expected.stderr.splitlines()])
 
