@@ -1,4 +1,15 @@
-export interface StartOptions {
+import { EventEmitter } from 'node:events';
+
+/** How long to wait. Where a limit comes first, the sidecar is ended before the promise rejects. */
+export interface Limits {
+  /** Gives up when it is aborted; the error's cause is its reason. */
+  signal?: AbortSignal;
+  /** Gives up after this many milliseconds: 30000 unless set, Infinity for no limit. */
+  timeout?: number;
+}
+
+/** The limits are those of the start alone. */
+export interface StartOptions extends Limits {
   /** The WAV file to write. A file that exists is replaced; missing folders are made. */
   outputPath: string;
   /** Names the capture stream on the sound server. */
@@ -14,15 +25,26 @@ export interface RecordingResult {
   sizeBytes: number;
 }
 
-export interface Recording {
+/**
+ * Emits `trace` for each line on the sidecar's standard error. What came before start() has resolved
+ * is emitted right after it.
+ */
+export interface Recording extends EventEmitter {
+  on(event: 'trace', listener: (line: string) => void): this;
+  once(event: 'trace', listener: (line: string) => void): this;
+  off(event: 'trace', listener: (line: string) => void): this;
+
+  /** The sidecar's process ID. */
+  readonly pid: number;
+
   /**
    * Settles when the recording is over: with the result, or with a RecordingError as soon as the
    * sidecar fails. Need not be watched; a rejection that nobody handles goes unnoticed.
    */
   readonly ended: Promise<RecordingResult>;
 
-  /** Ends the recording and gives `ended`. Further calls give the same promise. */
-  stop(): Promise<RecordingResult>;
+  /** Ends the recording and gives what `ended` gives; again when called again. Need not be watched. */
+  stop(limits?: Limits): Promise<RecordingResult>;
 }
 
 /** A recording that could not be started or finished. The message is fit for people. */
@@ -33,7 +55,11 @@ export class RecordingError extends Error {
   readonly signal: string | null;
   /** The last line on the sidecar's standard error: with status 1, why it failed. */
   readonly lastLine: string;
-  /** The system's error where the sidecar could not be started. */
+  /**
+   * The error behind this one: the system's where the sidecar could not be started, the signal's
+   * reason, a TimeoutError, what is wrong with an option or a reply. Where the sidecar itself
+   * failed, the other members tell all there is.
+   */
   readonly cause?: unknown;
 }
 

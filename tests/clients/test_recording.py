@@ -1,12 +1,15 @@
 """The Python client against the program with the virtual devices."""
 
+import json
 import os
+import re
 import signal
 import subprocess
 import sys
 import tempfile
 import time
 import unittest
+from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 EXAMPLES = Path(__file__).resolve().parents[2] / "examples/python"
@@ -16,27 +19,37 @@ from quenlor_recording import RecordingError, start  # noqa: E402
 PROGRAM = Path(os.environ["QUENLOR_BUILD"]) / "QuenlorHelperAudioVirtual"
 
 
+def is_running(process_id):
+    try:  # Empty for one that was not yet reaped.
+        return Path(f"/proc/{process_id}/cmdline").read_bytes() != b""
+    except FileNotFoundError:
+        return False
+
+
 class RecordingTest(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory(prefix="quenlor-python-")
         self.addCleanup(folder.cleanup)
         self.folder = Path(folder.name)
-        # Leaves its process id behind and becomes the sidecar.
-        sidecar = self.folder / "sidecar"
-        sidecar.write_text(f"#!/bin/sh\necho $$ >'{self.folder}/pid'\nexec '{PROGRAM}'\n")
-        sidecar.chmod(0o755)
+        sidecar = self.write_sidecar("program", f"exec '{PROGRAM}'")
         self.output = self.folder / "recording.wav"
         self.options = {"output_path": str(self.output), "title": "Weekly",
                         "sidecar_path": str(sidecar)}
 
+    def write_sidecar(self, name, script):
+        """Makes a sidecar of a shell script; its process ID is then in a folder of that name."""
+        folder = self.folder / name
+        folder.mkdir()
+        sidecar = folder / "sidecar"
+        sidecar.write_text(f"#!/bin/sh\necho $$ >'{folder}/pid'\n{script}\n")
+        sidecar.chmod(0o755)
+        return sidecar
+
     def sidecar_id(self):
-        return int((self.folder / "pid").read_text())
+        return int((self.folder / "program/pid").read_text())
 
     def is_running(self):
-        try:  # Empty for one that was not yet reaped.
-            return Path(f"/proc/{self.sidecar_id()}/cmdline").read_bytes() != b""
-        except FileNotFoundError:
-            return False
+        return is_running(self.sidecar_id())
 
     def assert_finished(self):
         file = self.output.read_bytes()
@@ -60,11 +73,83 @@ class RecordingTest(unittest.TestCase):
             error = caught.exception
             self.assertEqual((str(error), error.last_line, error.status), (said, said, 1))
 
-    def test_says_that_the_sidecar_is_missing(self):
-        with self.assertRaises(RecordingError) as caught:
-            start(**{**self.options, "sidecar_path": self.folder / "none"})
-        self.assertIsNone(caught.exception.status)
-        self.assertIsInstance(caught.exception.__cause__, FileNotFoundError)
+    def test_starts_no_sidecar_for_what_cannot_be_asked_for(self):
+        for changed, cause in (({"sidecar_path": self.folder / "none"}, FileNotFoundError),
+                               ({"sidecar_path": "a\0b"}, ValueError),
+                               ({"output_path": b"\xff"}, UnicodeDecodeError),
+                               ({"output_path": "a\udcff"}, UnicodeDecodeError),
+                               ({"output_path": 5}, TypeError),
+                               ({"title": "\ud800"}, UnicodeEncodeError),
+                               ({"title": b"Weekly"}, TypeError),
+                               ({"timeout": "1"}, TypeError)):
+            with self.subTest(changed), self.assertRaises(RecordingError) as caught:
+                start(**{**self.options, **changed})
+            self.assertIsNone(caught.exception.status)
+            self.assertIsInstance(caught.exception.__cause__, cause)
+        self.assertFalse((self.folder / "program/pid").exists())
+
+    def test_outlasts_sidecars_that_do_not_do_their_part_and_leaves_none_of_them(self):
+        table = json.loads(Path(__file__).with_name("failing-sidecars.json").read_text())
+        with ThreadPoolExecutor(len(table)) as threads:
+            # All are written before one is started: none may be open for writing then.
+            sidecars = [self.write_sidecar(str(index), case["script"])
+                        for index, case in enumerate(table)]
+            outcomes = threads.map(self.fail_with, sidecars, table)
+            for case, (error, seconds) in zip(table, outcomes):
+                with self.subTest(case["does"]):
+                    self.assertIn(case["message"], str(error))
+                    self.assertEqual(type(error.__cause__).__name__,
+                                     case["cause"][1] if case["cause"] else "NoneType")
+                    self.assertLess(seconds, 15)
+
+    def fail_with(self, sidecar, case):
+        """The error that this sidecar brings about, and after how many seconds."""
+        begun = time.monotonic()
+        timeout = case.get("timeout", 30)
+        options = {**self.options, "sidecar_path": sidecar}
+        try:
+            if case["fails"] == "start":
+                start(**options, timeout=timeout)
+            else:
+                start(**options).stop(timeout)
+        except RecordingError as error:
+            assert not is_running(int(sidecar.with_name("pid").read_text()))
+            return error, time.monotonic() - begun
+        raise AssertionError("did not fail")
+
+    def test_discards_a_recording_that_is_ready_too_late(self):
+        with self.assertRaises(RecordingError):
+            start(**self.options, timeout=0)
+        self.assertFalse(self.is_running())
+        self.assertFalse(self.output.exists())
+
+    def test_leaves_no_sidecar_when_ctrl_c_ends_a_start(self):
+        sidecar = self.write_sidecar("silent", "echo >&2; exec sleep 600")
+        with self.assertRaises(KeyboardInterrupt):
+            start(**{**self.options, "sidecar_path": sidecar},
+                  on_trace=lambda line: os.kill(os.getpid(), signal.SIGINT))
+        self.assertFalse(is_running(int(sidecar.with_name("pid").read_text())))
+
+    def test_passes_the_trace_on_from_its_first_line_to_the_last(self):
+        lines = []
+
+        def listen(line):
+            lines.append(line)
+            raise ZeroDivisionError
+
+        with self.assertLogs("quenlor_recording"), \
+                start(**self.options, on_trace=listen) as recording:
+            self.assertEqual(recording.pid, self.sidecar_id())
+        request = {"mode": "mixed", "outputPath": str(self.output), "title": "Weekly"}
+        expected = subprocess.run([PROGRAM], input=json.dumps(request), capture_output=True,
+                                  text=True)
+        self.assertEqual([re.sub(r"[\d-]+T\S+", "", line) for line in lines],
+                         [re.sub(r"[\d-]+T\S+", "", line) for line in expected.stderr.splitlines()])
+
+    def test_takes_a_path_of_bytes(self):
+        name = self.folder / "Grüße.wav"
+        start(**{**self.options, "output_path": os.fsencode(name)}).stop()
+        self.assertTrue(name.exists())
 
     def test_tells_at_once_of_a_sidecar_that_was_killed(self):
         recording = start(**self.options)
