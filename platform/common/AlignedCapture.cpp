@@ -57,13 +57,12 @@ void AlignedCapture::advance(Clock::time_point now) {
 }
 
 void AlignedCapture::endAt(Clock::time_point time) {
-  endTime = time;
   end = std::llround(timeline.positionAt(time));
 }
 
 bool AlignedCapture::isComplete() const {
   return std::ranges::all_of(
-      lanes, [this](const auto& each) { return !each || each->hasAllUntil(endTime); });
+      lanes, [this](const auto& each) { return !each || each->hasAllUntil(*end); });
 }
 
 bool AlignedCapture::isSettling() const {

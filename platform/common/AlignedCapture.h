@@ -43,7 +43,7 @@ class AlignedCapture {
   /// The recording ends at that time: nothing is handed over that sounded later.
   void endAt(Clock::time_point time);
 
-  /// Whether all of the recording has come that is to be waited for.
+  /// Whether all of the recording has come that is to be waited for. endAt() comes first.
   bool isComplete() const;
 
   /// Hands over the rest of the recording. endAt() comes first.
@@ -61,7 +61,6 @@ class AlignedCapture {
 
   RecordingTimeline timeline;
   Clock::time_point lastAdvance;
-  Clock::time_point endTime;
   std::optional<std::int64_t> end;
   std::int64_t delivered = 0;
   std::array<std::optional<CaptureLane>, 2> lanes;

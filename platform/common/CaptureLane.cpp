@@ -183,9 +183,16 @@ CaptureLane::Clock::duration CaptureLane::observationInterval() const {
   return isExact ? 100ms : 0ms;
 }
 
-bool CaptureLane::hasAllUntil(Clock::time_point time) const {
-  if (clock.wasObserved() && clock.timeOf(static_cast<double>(received)) >= time) return true;
+bool CaptureLane::hasAllUntil(std::int64_t position) const {
+  if (clock.wasObserved() && endOfReceived() >= static_cast<double>(position)) return true;
   return !isPlaced && quietTime > longestPeriod;
+}
+
+/// The position after the last frame that came, once it is converted.
+double CaptureLane::endOfReceived() const {
+  const auto frame = static_cast<double>(received);
+  if (!isPlaced) return timeline.positionAt(clock.timeOf(frame));
+  return static_cast<double>(end()) + (frame - nextFrame) / ratio;
 }
 
 void CaptureLane::fillUntil(std::int64_t position) {

@@ -77,8 +77,8 @@ class CaptureLane {
   /// How long after an observation the next one should be made.
   Clock::duration observationInterval() const;
 
-  /// Whether nothing is to be waited for that sounded until then.
-  bool hasAllUntil(Clock::time_point time) const;
+  /// Whether nothing is to be waited for that belongs before that position.
+  bool hasAllUntil(std::int64_t position) const;
 
   /// The position after the last frame that is ready.
   std::int64_t end() const { return begin + static_cast<std::int64_t>(ready.size()); }
@@ -106,6 +106,7 @@ class CaptureLane {
   void makeResampler();
   void resample(const PlanarFrames& input, std::size_t most);
   double firstWaiting() const;
+  double endOfReceived() const;
 
   RecordingTimeline& timeline;
   const Form form;

@@ -254,5 +254,36 @@ TEST(AlignedCapture, WaitsForASourceWhileTheServerCatchesUpWithTheOther) {
   EXPECT_EQ(recorded, 2 * sounded);
 }
 
+// A microphone that was placed too early, and is brought back by and by, is waited for all the
+// same.
+TEST(AlignedCapture, IsNotCompleteBeforeEachSourceReachesTheEnd) {
+  AlignedCapture capture(1000);
+  Clock::time_point now(1h);
+  float last = 0;
+  const auto ignore = [](const PlanarFrames&, std::size_t) {};
+  const auto keepLast = [&last](const PlanarFrames& frames, std::size_t count) {
+    last = frames.data()[0][count - 1];
+  };
+  CaptureLane& system = capture.add(CaptureRole::system, 1000, 1, ignore);
+  CaptureLane& microphone = capture.add(CaptureRole::microphone, 1000, 1, keepLast);
+  const auto serve = [&](std::chrono::milliseconds time, double early) {
+    now += time;
+    const std::vector<float> frames(static_cast<std::size_t>(time.count()), 0.5F);
+    system.append(frames);
+    system.observe(now, 0);
+    microphone.append(frames);
+    microphone.observe(now, early);
+    capture.advance(now);
+  };
+  capture.begin(now);
+  for (int i = 0; i < 15; ++i) serve(20ms, 8);
+  for (int i = 0; i < 100; ++i) serve(20ms, 0);
+  capture.endAt(now);
+  for (int i = 0; i < 20 && !capture.isComplete(); ++i) serve(1ms, 0);
+  EXPECT_TRUE(capture.isComplete());
+  capture.finish();
+  EXPECT_NEAR(last, 0.5, 0.1);
+}
+
 }  // namespace
 }  // namespace quenlor::test
