@@ -33,6 +33,8 @@ endApart() {
 makeRoot() {
   apart debootstrap --variant=minbase "$1" "$2" >"$2.log" 2>&1 || { tail -n 20 "$2.log" >&2; return 1; }
   rm "$2.log"
+  # Nobody needs this system after a crash of the machine.
+  echo force-unsafe-io >"$2/etc/dpkg/dpkg.cfg.d/unsafe-io"
 }
 
 # Runs a command in the system in a folder: inRoot FOLDER COMMAND [ARGUMENT...]
