@@ -68,7 +68,6 @@ int Recorder::run() {
     else
       showWhatIsAwaited();
   }
-  input.giveBack();
   screen.wipe();
   return conclude(sidecar.waitForExit());
 }
@@ -218,6 +217,8 @@ void Recorder::stop() {
   stopped = true;
   askedAt = Clock::now();
   sidecar.closeInput();
+  // A second Ctrl-C ends this program at once.
+  input.giveBack();
   screen.wipe();
 }
 

@@ -77,7 +77,11 @@ std::string upToLast(std::string_view end, std::string_view text) {
 }  // namespace
 
 std::optional<std::string> TraceInterpreter::take(std::string_view line) {
-  if (skipTag(line)) return takeMessage(line);
+  if (skipTag(line)) {
+    // It was part of a title: an error is the last line.
+    lastUntagged.clear();
+    return takeMessage(line);
+  }
   lastUntagged = printable(line);
   return lastUntagged;
 }

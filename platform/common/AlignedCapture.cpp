@@ -20,13 +20,16 @@ constexpr auto mostLatency = 500ms;
 
 CaptureLane& AlignedCapture::add(CaptureRole role, double rate, std::uint32_t channels,
                                  CaptureLane::Receiver receiver) {
+  remove(role);
   const CaptureLane::Form form{rate, channels, role == CaptureRole::system};
   return lane(role).emplace(timeline, form, std::move(receiver));
 }
 
-void AlignedCapture::remove(CaptureRole role) {
-  if (lane(role)) lane(role)->interrupt();
-  lane(role).reset();
+void AlignedCapture::begin(Clock::time_point time) {
+  timeline.begin(time);
+  lastAdvance = time;
+  end.reset();
+  delivered = 0;
 }
 
 /// Leaves out what goes beyond the longest pause.
@@ -42,18 +45,19 @@ void AlignedCapture::advance(Clock::time_point now) {
   lastAdvance = now;
   const bool isCatchingUp = std::ranges::any_of(
       lanes, [now](const auto& each) { return each && each->isCatchingUp(now); });
-  auto shared = std::numeric_limits<std::int64_t>::max();
+  auto shared = end.value_or(std::numeric_limits<std::int64_t>::max());
   for (auto& each : lanes) {
     if (!each) continue;
     each->advance(now, isCatchingUp);
-    if (each->isSilent())
+    if (!each->hasRun())
       each->fillUntil(static_cast<std::int64_t>(timeline.positionAt(now - mostLatency)));
     shared = std::min(shared, each->end());
   }
-  if (end) shared = std::min(shared, *end);
-  for (auto& each : lanes)
-    if (each) each->deliverUntil(shared);
-  delivered = std::max(delivered, shared);
+  for (auto& each : lanes) {
+    if (!each) continue;
+    each->deliverUntil(shared);
+    delivered = std::max(delivered, shared);
+  }
 }
 
 void AlignedCapture::endAt(Clock::time_point time) {
@@ -61,8 +65,8 @@ void AlignedCapture::endAt(Clock::time_point time) {
 }
 
 bool AlignedCapture::isComplete() const {
-  return std::ranges::all_of(
-      lanes, [this](const auto& each) { return !each || each->hasAllUntil(*end); });
+  return std::ranges::all_of(lanes,
+                             [this](const auto& each) { return !each || each->hasAllUntil(*end); });
 }
 
 bool AlignedCapture::isSettling() const {

@@ -24,16 +24,15 @@ class AlignedCapture {
   /// Throws PlatformError where there is no resampler for the form.
   CaptureLane& add(CaptureRole role, double rate, std::uint32_t channels,
                    CaptureLane::Receiver receiver);
-  void remove(CaptureRole role);
+
+  /// What the lane has not handed over is lost.
+  void remove(CaptureRole role) { lane(role).reset(); }
 
   /// The recording begins at that time: what sounded before is not part of it.
-  void begin(Clock::time_point time) {
-    timeline.begin(time);
-    lastAdvance = time;
-  }
+  void begin(Clock::time_point time);
 
   /// To be called once after each time the server was served: hands over what all sources have. A
-  /// source that has become silent is not waited for.
+  /// source that has timed out is not waited for.
   void advance(Clock::time_point now);
 
   /// Whether a source has come back whose clock has to be learnt, so that the server should be

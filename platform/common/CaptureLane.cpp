@@ -10,21 +10,25 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// A source that brings nothing for this long counts as silent. A program that does not run misses
-// nothing meanwhile, so no serving counts for more than a late one.
-constexpr auto mostQuietTime = 500ms;
+// A source that brings nothing for this long has timed out. While this program does not run it
+// misses nothing, so a pause between two servings counts for no more than a late one.
+constexpr auto timeout = 500ms;
 constexpr auto longestServing = 40ms;
 
-// A server that knows what its device has heard by now is asked for it now and then; one that knows
-// it of its last period only, with each arrival.
+// A server whose times scatter less than this is asked now and then, another one with each arrival:
+// that knows only what its device had heard a period ago.
 constexpr double exactScatter = 0.003;
 
-// Nor does anybody wait any longer for what a device has still to send.
+// No source that is in time brings its frames later than this.
 constexpr auto longestPeriod = 200ms;
 
-// An error of the place is taken out within this many seconds. What the clocks still err by
-// changes the pitch by a few millionths then.
-constexpr double steeringTime = 15;
+// Where the server has told no time for so much sound, it sounded when it came.
+constexpr double mostUntimed = 2;
+
+// An error of the place is taken out within this many seconds: the longer a run lasts, the better
+// its clock is known, and the less the pitch has to follow what that still errs by.
+constexpr double leastSteeringTime = 10;
+constexpr double mostSteeringTime = 30;
 constexpr double mostCorrection = 0.003;
 
 }  // namespace
@@ -40,6 +44,10 @@ CaptureLane::CaptureLane(RecordingTimeline& recordingTimeline, const Form& laneF
       ratio(nominalRatio),
       ready(waiting.channels()) {
   makeResampler();
+}
+
+CaptureLane::~CaptureLane() {
+  if (isPlaced) release();
 }
 
 void CaptureLane::makeResampler() {
@@ -82,15 +90,18 @@ void CaptureLane::interrupt() {
 }
 
 bool CaptureLane::isCatchingUp(Clock::time_point now) const {
-  const bool hasCome = quietTime == Clock::duration::zero();
-  return hasCome && isPlaced && clock.timeOf(static_cast<double>(received)) < now - longestPeriod;
+  const double brought = static_cast<double>(received - receivedBefore) / form.rate;
+  const bool isFaster = brought > std::chrono::duration<double>(now - lastAdvance).count();
+  return isFaster && isPlaced && clock.timeOf(static_cast<double>(received)) < now - longestPeriod;
 }
 
 void CaptureLane::advance(Clock::time_point now, bool isServerCatchingUp) {
   const auto serving = std::min<Clock::duration>(now - lastAdvance, longestServing);
   lastAdvance = now;
+  receivedBefore = received;
   if (!isServerCatchingUp) quietTime += serving;
-  if (isPlaced && isQuiet()) interrupt();
+  if (isPlaced && hasTimedOut()) interrupt();
+  if (!isPlaced && static_cast<double>(waiting.size()) > mostUntimed * form.rate) observe(now, 0);
   if (!isPlaced && clock.isSettled()) place();
   if (isPlaced) convert();
 }
@@ -112,7 +123,7 @@ void CaptureLane::place() {
     fillUntil(end() + gap);
   }
   makeResampler();
-  nextFrame = firstWaiting();
+  nextFrame = placedFrame = firstWaiting();
   if (form.leads) timeline.follow(clock, nextFrame, static_cast<double>(end()), form.rate);
   isPlaced = wasPlaced = true;
 }
@@ -127,11 +138,16 @@ void CaptureLane::endRun() {
       const double rest = (static_cast<double>(received) - nextFrame) / ratio;
       resample(silence, static_cast<std::size_t>(std::llround(rest)));
     }
-    if (form.leads)
-      timeline.release(clock.timeOf(static_cast<double>(received)), static_cast<double>(end()));
+    release();
   }
   isPlaced = false;
   waiting.resize(0);
+}
+
+/// The timeline goes on by the machine's clock.
+void CaptureLane::release() {
+  if (form.leads)
+    timeline.release(clock.timeOf(static_cast<double>(received)), static_cast<double>(end()));
 }
 
 void CaptureLane::convert() {
@@ -148,11 +164,13 @@ void CaptureLane::convert() {
   waiting.resize(0);
 }
 
-/// Chooses the ratio that follows both clocks, and takes out by and by what the place is off.
+/// Chooses the ratio that follows both clocks, and removes the offset that is left gradually.
 void CaptureLane::steer() {
   const Clock::time_point sounded = clock.timeOf(nextFrame);
   const double late =
       (static_cast<double>(end()) - timeline.positionAt(sounded)) / timeline.nominalRate();
+  const double age = (nextFrame - placedFrame) / form.rate;
+  const double steeringTime = std::clamp(age, leastSteeringTime, mostSteeringTime);
   const double correction =
       clock.rate() / timeline.rate() / nominalRatio * (1 + late / steeringTime) - 1;
   ratio = nominalRatio * (1 + std::clamp(correction, -mostCorrection, mostCorrection));
@@ -170,8 +188,8 @@ void CaptureLane::resample(const PlanarFrames& input, std::size_t most) {
   nextFrame += ratio * static_cast<double>(given);
 }
 
-bool CaptureLane::isQuiet() const {
-  return quietTime > mostQuietTime;
+bool CaptureLane::hasTimedOut() const {
+  return quietTime > timeout;
 }
 
 bool CaptureLane::isSettling() const {

@@ -13,8 +13,8 @@
 
 namespace quenlor::platform {
 
-/// The road of one source onto the timeline of a recording. What comes from its device leaves at
-/// the recording's rate, each frame at the position at which it sounded.
+/// Brings one source onto the timeline of a recording: what comes from its device leaves at the
+/// recording's rate, each frame at the position at which it sounded.
 ///
 /// The lane that leads is resampled by a fixed ratio, or not at all, and the timeline follows its
 /// clock. The other is resampled by a ratio that keeps it in place on the timeline: that takes out
@@ -42,6 +42,8 @@ class CaptureLane {
   /// Throws PlatformError where there is no resampler for the form.
   CaptureLane(RecordingTimeline& recordingTimeline, const Form& laneForm, Receiver frameReceiver);
 
+  /// What it has not handed over is lost.
+  ~CaptureLane();
   CaptureLane(const CaptureLane&) = delete;
   CaptureLane& operator=(const CaptureLane&) = delete;
 
@@ -58,18 +60,19 @@ class CaptureLane {
   void interrupt();
 
   /// Places and converts what has come. To be called after each serving of the server. A lane that
-  /// brings nothing becomes quiet by and by, unless the server is known to be catching up.
+  /// brings nothing times out, but not while the server is known to be catching up.
   void advance(Clock::time_point now, bool isServerCatchingUp);
 
-  /// Whether what came last is far behind the time, so that the server still has more of all
-  /// sources.
+  /// Whether what came since the last advance() is far behind the time and came faster than it
+  /// sounded, so that the server still has more of all sources.
   bool isCatchingUp(Clock::time_point now) const;
 
-  /// Whether nothing has a place in the recording as yet, so that silence may take it.
-  bool isSilent() const { return !isPlaced; }
+  /// Whether frames come that have a place in the recording. Where they do not, silence may take
+  /// it.
+  bool hasRun() const { return isPlaced; }
 
   /// Whether nothing has come for so long that nothing is to be waited for.
-  bool isQuiet() const;
+  bool hasTimedOut() const;
 
   /// Whether its clock is being learnt, so that observations should be made as often as possible.
   bool isSettling() const;
@@ -101,6 +104,7 @@ class CaptureLane {
  private:
   void place();
   void endRun();
+  void release();
   void convert();
   void steer();
   void makeResampler();
@@ -112,8 +116,10 @@ class CaptureLane {
   const Form form;
   const Receiver receiver;
   SourceClock clock;
-  // Frames of the device that came, in all, and the last of these, which are not converted yet.
+  // Frames of the device that came, in all, by now and by the last advance(); and the last of
+  // these, which are not converted yet.
   std::int64_t received = 0;
+  std::int64_t receivedBefore = 0;
   PlanarFrames waiting;
   std::optional<StreamResampler> resampler;
   // Frames of the device that make one at the recording's rate, and the one that will make the
@@ -121,6 +127,8 @@ class CaptureLane {
   const double nominalRatio;
   double ratio;
   double nextFrame = 0;
+  // The first of the run.
+  double placedFrame = 0;
   // Converted frames from position begin on.
   PlanarFrames ready;
   std::int64_t begin = 0;

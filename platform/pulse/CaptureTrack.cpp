@@ -51,8 +51,8 @@ void CaptureTrack::observe(std::chrono::steady_clock::time_point now) {
 }
 
 /// Takes the samples over at once: what waits in a stream is lost when the stream ends.
-void CaptureTrack::samplesCame(PulseCaptureStream& teller) {
-  if (&teller == successor.get()) {
+void CaptureTrack::samplesCame(PulseCaptureStream& caller) {
+  if (&caller == successor.get()) {
     stream = std::move(successor);
     lane.interrupt();
     observedAt = {};
@@ -61,17 +61,17 @@ void CaptureTrack::samplesCame(PulseCaptureStream& teller) {
   hasSamples = true;
 }
 
-void CaptureTrack::timeCame(PulseCaptureStream& teller, std::chrono::steady_clock::time_point time,
+void CaptureTrack::timeCame(PulseCaptureStream& caller, std::chrono::steady_clock::time_point time,
                             double framesToCome) {
-  if (&teller == stream.get()) lane.observe(time, framesToCome);
+  if (&caller == stream.get()) lane.observe(time, framesToCome);
 }
 
-void CaptureTrack::samplesWereInterrupted(PulseCaptureStream& teller) {
-  if (&teller == stream.get()) lane.interrupt();
+void CaptureTrack::samplesWereInterrupted(PulseCaptureStream& caller) {
+  if (&caller == stream.get()) lane.interrupt();
 }
 
-void CaptureTrack::streamEnded(PulseCaptureStream& teller, const std::string& reason) {
-  if (&teller == stream.get()) {
+void CaptureTrack::streamEnded(PulseCaptureStream& caller, const std::string& reason) {
+  if (&caller == stream.get()) {
     lane.interrupt();
     if (stream->adopt(source)) return successor.reset();
   }

@@ -51,11 +51,11 @@ class CaptureTrack final : private PulseCaptureStream::Listener {
 
  private:
   std::unique_ptr<PulseCaptureStream> connect(bool isAtRest);
-  void samplesCame(PulseCaptureStream& teller) override;
-  void timeCame(PulseCaptureStream& teller, std::chrono::steady_clock::time_point time,
+  void samplesCame(PulseCaptureStream& caller) override;
+  void timeCame(PulseCaptureStream& caller, std::chrono::steady_clock::time_point time,
                 double framesToCome) override;
-  void samplesWereInterrupted(PulseCaptureStream& teller) override;
-  void streamEnded(PulseCaptureStream& teller, const std::string& reason) override;
+  void samplesWereInterrupted(PulseCaptureStream& caller) override;
+  void streamEnded(PulseCaptureStream& caller, const std::string& reason) override;
 
   PulseConnection& connection;
   const CaptureForm wantedForm;

@@ -1,7 +1,7 @@
 #include "platform/pulse/PulseCaptureGroup.h"
 
 #include <cstddef>
-#include <exception>
+#include <cstdint>
 #include <utility>
 
 namespace quenlor::platform::pulse {
@@ -63,8 +63,11 @@ void PulseCaptureGroup::finish() {
     connection.assertLocked();
     return capture.isComplete();
   });
-  capture.finish();
   isRunning = false;
+  connection.guard([this] {
+    connection.assertLocked();
+    capture.finish();
+  });
   for (const CaptureRole role : roles) reportLoss(role);
 }
 
@@ -74,12 +77,10 @@ bool PulseCaptureGroup::served() {
   const Clock::time_point now = Clock::now();
   for (Member& member : members)
     if (member.track) member.track->observe(now);
-  try {
+  connection.guard([this, now] {
+    connection.assertLocked();
     capture.advance(now);
-  } catch (const std::exception& error) {
-    if (!std::exchange(hasReportedError, true))
-      connection.trace(std::string("Samples could not be taken: ") + error.what());
-  }
+  });
   soundHandedOver =
       std::chrono::duration<double>(static_cast<double>(capture.handedOver()) / recordedRate);
   for (const CaptureRole role : roles)
@@ -106,7 +107,7 @@ void PulseCaptureGroup::follow(CaptureRole role, const std::string& sourceName,
 
 void PulseCaptureGroup::streamHasEnded(CaptureRole role, const std::string& reason) {
   // Where the whole connection ended, the connection has said so.
-  if (connection.isGood() && capture.lane(role)->isSilent())
+  if (connection.isGood() && !capture.lane(role)->hasRun())
     reportInterruption(memberOf(role), reason);
   if (streamEnded) streamEnded();
 }
@@ -116,8 +117,8 @@ void PulseCaptureGroup::streamHasEnded(CaptureRole role, const std::string& reas
 void PulseCaptureGroup::report(CaptureRole role) {
   Member& member = memberOf(role);
   const CaptureLane& lane = *capture.lane(role);
-  if (lane.isSilent()) {
-    if (lane.isQuiet()) reportInterruption(member, "No samples come.");
+  if (!lane.hasRun()) {
+    if (lane.hasTimedOut()) reportInterruption(member, "No samples come.");
     return;
   }
   if (!member.isReportedInterrupted && member.reportedSource == member.track->heardSourceName())
@@ -138,7 +139,8 @@ void PulseCaptureGroup::reportInterruption(Member& member, const std::string& re
 
 void PulseCaptureGroup::reportLoss(CaptureRole role) {
   const auto& lane = capture.lane(role);
-  if (!lane || lane->framesLost() == 0) return;
+  // Fractions of a millisecond are rounding.
+  if (!lane || lane->framesLost() < static_cast<std::int64_t>(recordedRate / 1000)) return;
   std::string seconds = std::to_string(static_cast<double>(lane->framesLost()) / recordedRate);
   seconds.resize(seconds.size() - 3);  // Of microseconds.
   connection.trace(std::string(memberOf(role).name) + ": silence of " + seconds +

@@ -81,7 +81,6 @@ class PulseCaptureGroup {
                                                        Member{.name = "The microphone"}};
   std::function<void()> streamEnded GUARDED_BY(connection);
   bool isRunning GUARDED_BY(connection) = false;
-  bool hasReportedError GUARDED_BY(connection) = false;
   std::atomic<std::chrono::duration<double>> soundHandedOver{};
 };
 

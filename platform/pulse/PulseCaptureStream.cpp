@@ -116,8 +116,10 @@ void PulseCaptureStream::askForTime() {
 
 void PulseCaptureStream::stateChanged(pa_stream*, void* captureStream) {
   auto& self = *static_cast<PulseCaptureStream*>(captureStream);
-  self.connection.assertLocked();
-  if (self.hasEnded()) self.listener.streamEnded(self, self.connection.lastError());
+  self.connection.guard([&self] {
+    self.connection.assertLocked();
+    if (self.hasEnded()) self.listener.streamEnded(self, self.connection.lastError());
+  });
 }
 
 /// Where it may, the server takes the stream of a device that goes away to one of the other kind, a
@@ -127,12 +129,13 @@ void PulseCaptureStream::moved(pa_stream* stream, void* captureStream) {
   const char* const device = pa_stream_get_device_name(stream);
   if (self.isElsewhere || (device != nullptr && self.source == device)) return;
   self.isElsewhere = true;
-  self.listener.streamEnded(self, "The server took it to another device.");
+  self.connection.guard(
+      [&self] { self.listener.streamEnded(self, "The server took it to another device."); });
 }
 
 void PulseCaptureStream::suspensionChanged(pa_stream*, void* captureStream) {
   auto& self = *static_cast<PulseCaptureStream*>(captureStream);
-  self.listener.samplesWereInterrupted(self);
+  self.connection.guard([&self] { self.listener.samplesWereInterrupted(self); });
 }
 
 /// What the device heard is what the server has taken from it, and what waits in the device. A
@@ -148,12 +151,13 @@ void PulseCaptureStream::timeCame(pa_stream* stream, int success, void* captureS
                       static_cast<double>(pa_frame_size(&self.sampleSpec));
   const double latency =
       (static_cast<double>(info->source_usec) - static_cast<double>(info->sink_usec)) * 1e-6;
-  self.listener.timeCame(self, time, unread + latency * self.sampleSpec.rate);
+  const double framesToCome = unread + latency * self.sampleSpec.rate;
+  self.connection.guard([&] { self.listener.timeCame(self, time, framesToCome); });
 }
 
 void PulseCaptureStream::samplesCame(pa_stream*, std::size_t, void* captureStream) {
   auto& self = *static_cast<PulseCaptureStream*>(captureStream);
-  if (!self.isElsewhere) self.listener.samplesCame(self);
+  if (!self.isElsewhere) self.connection.guard([&self] { self.listener.samplesCame(self); });
 }
 
 }  // namespace quenlor::platform::pulse

@@ -27,18 +27,18 @@ struct CaptureForm {
 /// instead of requiring it.
 class PulseCaptureStream {
  public:
-  /// Is told by which stream, with the connection's lock held; must not destroy it meanwhile.
+  /// Gets the stream that calls, with the connection's lock held; must not destroy it meanwhile.
   class Listener {
    public:
     virtual ~Listener() = default;
-    virtual void samplesCame(PulseCaptureStream& teller) = 0;
+    virtual void samplesCame(PulseCaptureStream& caller) = 0;
     /// The answer to askForTime(): by then the device had heard all that was read, and so many
     /// frames more.
-    virtual void timeCame(PulseCaptureStream& teller, std::chrono::steady_clock::time_point time,
+    virtual void timeCame(PulseCaptureStream& caller, std::chrono::steady_clock::time_point time,
                           double framesToCome) = 0;
     /// Samples may be missing between those that came and those that will come.
-    virtual void samplesWereInterrupted(PulseCaptureStream& teller) = 0;
-    virtual void streamEnded(PulseCaptureStream& teller, const std::string& reason) = 0;
+    virtual void samplesWereInterrupted(PulseCaptureStream& caller) = 0;
+    virtual void streamEnded(PulseCaptureStream& caller, const std::string& reason) = 0;
   };
 
   /// Asks the server for a stream that flows at once, or that rests until run(). Throws

@@ -63,7 +63,7 @@ void PulseConnection::reopen() {
   try {
     connect();
   } catch (const PlatformError&) {
-    // As any attempt that comes to nothing: whoever makes them makes another.
+    // Like any failed attempt: the caller tries again.
   }
 }
 
@@ -76,12 +76,12 @@ void PulseConnection::close() {
 void PulseConnection::stateChanged(pa_context* context, void* connection) {
   auto& self = *static_cast<PulseConnection*>(connection);
   self.assertLocked();
-  if (pa_context_get_state(context) == PA_CONTEXT_READY) self.askWhoServes();
+  if (pa_context_get_state(context) == PA_CONTEXT_READY) self.queryServerInfo();
   if (!self.isGood() && std::exchange(self.isServerKnown, false))
     self.trace("The sound server ended the connection: " + self.lastError());
 }
 
-void PulseConnection::askWhoServes() {
+void PulseConnection::queryServerInfo() {
   constexpr auto take = [](pa_context*, const pa_server_info* info, void* connection) {
     auto& self = *static_cast<PulseConnection*>(connection);
     self.assertLocked();
@@ -138,6 +138,16 @@ void PulseConnection::waitFor(const Operation& operation) {
   if (operation == nullptr) throw PlatformError(lastError());
   waitUntil(
       [&operation] { return pa_operation_get_state(operation.get()) != PA_OPERATION_RUNNING; });
+}
+
+void PulseConnection::reportError(const std::exception& error) noexcept {
+  assertLocked();
+  if (std::exchange(hasReportedError, true)) return;
+  try {
+    trace(std::string("Samples could not be taken: ") + error.what());
+  } catch (const std::exception&) {
+    // Without memory for the line, the recording goes on without it.
+  }
 }
 
 std::string PulseConnection::lastError() {

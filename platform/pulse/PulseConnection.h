@@ -4,6 +4,7 @@
 #include "platform/ThreadSafety.h"
 
 #include <chrono>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <pulse/context.h>
@@ -24,7 +25,8 @@ struct OperationCanceller {
 };
 using Operation = std::unique_ptr<pa_operation, OperationCanceller>;
 
-/// A connection as libpulse has it. Destroying it means that its state is not told any more.
+/// A connection as libpulse has it. Destroying it means that its state callback is not called any
+/// more.
 struct ContextCloser {
   void operator()(pa_context* closing) const {
     pa_context_set_state_callback(closing, nullptr, nullptr);
@@ -108,6 +110,17 @@ class CAPABILITY("connection") PulseConnection {
   /// Gives the server its whole answer time again.
   void renewAnswerTime() { timeLeft = answerTime; }
 
+  /// Runs work on what has come, for callbacks, where no exception may pass. The first that comes
+  /// is traced.
+  template <typename Work>
+  void guard(Work work) noexcept {
+    try {
+      work();
+    } catch (const std::exception& error) {
+      reportError(error);
+    }
+  }
+
   /// May be called from any thread.
   void trace(std::string_view message) const { sink(message); }
 
@@ -122,7 +135,8 @@ class CAPABILITY("connection") PulseConnection {
   void serveOnce(std::chrono::nanoseconds longest) REQUIRES(this);
   void runCallbacks() REQUIRES(this);
   void finishServing() REQUIRES(this);
-  void askWhoServes() REQUIRES(this);
+  void queryServerInfo() REQUIRES(this);
+  void reportError(const std::exception& error) noexcept;
   static void stateChanged(pa_context* context, void* connection);
 
   const TraceSink sink;
@@ -134,6 +148,7 @@ class CAPABILITY("connection") PulseConnection {
   Operation serverQuery GUARDED_BY(this);
   bool isPulseAudio GUARDED_BY(this) = false;
   bool isServerKnown GUARDED_BY(this) = false;
+  bool hasReportedError GUARDED_BY(this) = false;
 };
 
 /// Holds a connection's lock for a scope.

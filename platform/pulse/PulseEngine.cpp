@@ -71,7 +71,7 @@ void PulseEngine::deliver(const PlanarFrames& frames, std::size_t count) {
   if (!tap) return;
   auto buffer = PCMBuffer::create(tap->format, static_cast<std::uint32_t>(count));
   if (buffer == nullptr) {
-    if (!std::exchange(hasToldOfMemory, true))
+    if (!std::exchange(hasReportedAllocationFailure, true))
       connection.trace("There is no memory for the samples of the microphone.");
     return;
   }

@@ -43,7 +43,7 @@ class PulseEngine final : public AudioEngine {
   PulseCaptureGroup& group;
   std::optional<SourceInfo> input;
   std::optional<Tap> tap GUARDED_BY(connection);
-  bool hasToldOfMemory GUARDED_BY(connection) = false;
+  bool hasReportedAllocationFailure GUARDED_BY(connection) = false;
   bool hasStarted = false;
 };
 

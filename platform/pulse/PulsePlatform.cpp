@@ -1,5 +1,6 @@
 #include "platform/pulse/PulsePlatform.h"
 
+#include "platform/common/HandoverBalance.h"
 #include "platform/common/QueueTimer.h"
 #include "platform/common/SerialQueue.h"
 #include "platform/common/SoxrConverter.h"
@@ -15,9 +16,6 @@ using Clock = EventLoop::Clock;
 // before anyone could think that the server has gone silent, and then as often as they would.
 constexpr auto standbyInterval = 200ms;
 constexpr auto servingInterval = 20ms;
-
-// More than what the first delivery of a recording brings, and what comes between two others.
-constexpr auto mostWaiting = 400ms;
 
 // While the clock of a source settles, the time of what comes should be known better than a tick.
 constexpr auto settlingInterval = 4ms;
@@ -45,7 +43,7 @@ PulsePlatform::Server::~Server() {
   loop.stopPolling();
 }
 
-/// Before the next tick. Every deadline of the loop has the connection served.
+/// Every deadline of the loop has the connection served.
 void PulsePlatform::Server::serveSoon() {
   const auto now = Clock::now();
   if (now < servedSoonAt) return;
@@ -78,10 +76,8 @@ std::unique_ptr<DispatchTimer> PulsePlatform::makeTimer(std::shared_ptr<Dispatch
   // pause, one tick more now and then keeps it from piling up before the mixer.
   return std::make_unique<QueueTimer>(
       eventLoop, std::move(queue),
-      [this, taken = 0s * 1.0](std::chrono::nanoseconds period) mutable {
-        const auto given = reachedServer ? reachedServer->group.handedOver() : 0s;
-        taken = std::min<std::chrono::duration<double>>(taken + period, given);
-        return given - taken > mostWaiting;
+      [this, balance = HandoverBalance()](std::chrono::nanoseconds period) mutable {
+        return reachedServer && balance.tick(period, reachedServer->group.handedOver());
       });
 }
 

@@ -47,15 +47,16 @@ class PulsePlatform final : public AudioPlatform, private CaptureDevice {
     /// Serves the connection where the other loop has not, and sees to its own next call.
     void standBy();
 
+    /// Has the connection served before the next tick.
+    void serveSoon() REQUIRES(connection);
+
     PulseConnection connection;
     PulseCaptureGroup group{connection};
     PulseSupervisor supervisor{connection, group};
     PulseHardware hardware{connection, group, supervisor};
 
-    void serveSoon();
-
     EventLoop& loop;
-    EventLoop::Clock::time_point servedSoonAt;
+    EventLoop::Clock::time_point servedSoonAt GUARDED_BY(connection);
     std::atomic<EventLoop::Clock::time_point> servedAt;
     // Runs standBy(), for while there are no ticks, or a slow disk holds them up.
     EventLoop standbyLoop;

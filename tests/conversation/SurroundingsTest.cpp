@@ -2,6 +2,7 @@
 // signals, the file mask and the working folder.
 
 #include "tests/conversation/Conversation.h"
+#include "tests/support/WaitUntil.h"
 #include "tests/support/WaveFile.h"
 
 #include <algorithm>
@@ -78,8 +79,8 @@ TEST_F(Streams, RepliesComeInTwoWritesEachOnceThereIsRoom) {
   ChildProcess child = launch();
   writer = FileHandle();
   child.write(startLine() + "stop\n");
-  while (readFile(traceFile).find("reached ready state") == std::string::npos)
-    std::this_thread::yield();
+  waitUntil(
+      [this] { return readFile(traceFile).find("reached ready state") != std::string::npos; });
   const auto nextWrite = [&] {
     std::array<char, PIPE_BUF> bytes{};
     const ssize_t count = ::read(reader.fileDescriptor(), bytes.data(), bytes.size());
@@ -112,7 +113,7 @@ TEST_F(Streams, ErrorStartsALineWhereTheLineBeforeItWasCut) {
   line.insert(line.find("Weekly"), 100'000, 'y');
   ChildProcess child = launch();
   child.write(line.replace(line.find("mixed"), 5, "other"));
-  while (readFile(traceFile).find("Decoded") == std::string::npos) std::this_thread::yield();
+  waitUntil([this] { return readFile(traceFile).find("Decoded") != std::string::npos; });
   EXPECT_EQ(expectFailure(finish(child), ""),
             "Mixed mode is required for Quenlor helper capture. Received: other");
 }

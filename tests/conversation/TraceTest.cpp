@@ -2,6 +2,7 @@
 
 #include "tests/conversation/Conversation.h"
 #include "tests/support/MountedFolder.h"
+#include "tests/support/WaitUntil.h"
 
 #include <ctime>
 #include <functional>
@@ -126,8 +127,7 @@ TEST_F(Trace, FileHoldsTheLinesOfAllThatMakeItAtOnce) {
     for (std::size_t i = 0; i < programs; ++i)
       running.push_back(
           std::make_unique<ChildProcess>(std::vector<std::string>{QUENLOR_SIDECAR_PATH}, setUp));
-    for (const auto& child : running)
-      while (!isWaitingForInput(*child)) std::this_thread::yield();
+    for (const auto& child : running) waitUntil([&child] { return isWaitingForInput(*child); });
     for (const auto& child : running) child->closeInput();
     for (const auto& child : running) EXPECT_EQ(child->waitForExit(), 1);
     EXPECT_EQ(countLines(readFile(traceFile), "Error: "), programs);

@@ -1,6 +1,7 @@
 #include "tests/platform/SimulatedCapture.h"
 #include "tests/support/Tone.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstddef>
@@ -9,6 +10,7 @@
 #include <gtest/gtest.h>
 #include <limits>
 #include <numbers>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -254,35 +256,64 @@ TEST(AlignedCapture, WaitsForASourceWhileTheServerCatchesUpWithTheOther) {
   EXPECT_EQ(recorded, 2 * sounded);
 }
 
-// A microphone that was placed too early, and is brought back by and by, is waited for all the
-// same.
-TEST(AlignedCapture, IsNotCompleteBeforeEachSourceReachesTheEnd) {
-  AlignedCapture capture(1000);
-  Clock::time_point now(1h);
-  float last = 0;
-  const auto ignore = [](const PlanarFrames&, std::size_t) {};
-  const auto keepLast = [&last](const PlanarFrames& frames, std::size_t count) {
-    last = frames.data()[0][count - 1];
-  };
-  CaptureLane& system = capture.add(CaptureRole::system, 1000, 1, ignore);
-  CaptureLane& microphone = capture.add(CaptureRole::microphone, 1000, 1, keepLast);
-  const auto serve = [&](std::chrono::milliseconds time, double early) {
+/// Two sources at 1000 Hz, served every 20 ms, and what of the microphone was recorded.
+struct TwoSources {
+  TwoSources() {
+    system = &capture.add(CaptureRole::system, 1000, 1, [](const PlanarFrames&, std::size_t) {});
+    microphone = &capture.add(CaptureRole::microphone, 1000, 1,
+                              [this](const PlanarFrames& frames, std::size_t count) {
+                                const std::span taken(frames.data()[0], count);
+                                recorded.insert(recorded.end(), taken.begin(), taken.end());
+                              });
+    capture.begin(now);
+  }
+
+  void serve(bool bringsSystemAudio, std::optional<double> microphonesFramesToCome,
+             std::chrono::milliseconds time = 20ms) {
     now += time;
     const std::vector<float> frames(static_cast<std::size_t>(time.count()), 0.5F);
-    system.append(frames);
-    system.observe(now, 0);
-    microphone.append(frames);
-    microphone.observe(now, early);
+    if (bringsSystemAudio) {
+      system->append(frames);
+      system->observe(now, 0);
+    }
+    microphone->append(frames);
+    if (microphonesFramesToCome) microphone->observe(now, *microphonesFramesToCome);
     capture.advance(now);
-  };
-  capture.begin(now);
-  for (int i = 0; i < 15; ++i) serve(20ms, 8);
-  for (int i = 0; i < 100; ++i) serve(20ms, 0);
-  capture.endAt(now);
-  for (int i = 0; i < 20 && !capture.isComplete(); ++i) serve(1ms, 0);
-  EXPECT_TRUE(capture.isComplete());
-  capture.finish();
-  EXPECT_NEAR(last, 0.5, 0.1);
+  }
+
+  AlignedCapture capture{1000};
+  Clock::time_point now{1h};
+  CaptureLane* system;
+  CaptureLane* microphone;
+  std::vector<float> recorded;
+};
+
+// A microphone that was placed too early, and is only gradually brought back, is waited for all the
+// same.
+TEST(AlignedCapture, IsNotCompleteBeforeEachSourceReachesTheEnd) {
+  TwoSources sources;
+  for (int i = 0; i < 15; ++i) sources.serve(true, 8);
+  for (int i = 0; i < 100; ++i) sources.serve(true, 0);
+  sources.capture.endAt(sources.now);
+  for (int i = 0; i < 20 && !sources.capture.isComplete(); ++i) sources.serve(true, 0, 1ms);
+  EXPECT_TRUE(sources.capture.isComplete());
+  sources.capture.finish();
+  EXPECT_NEAR(sources.recorded.back(), 0.5, 0.1);
+}
+
+TEST(AlignedCapture, DoesNotWaitForASilentSourceBesideALateOne) {
+  TwoSources sources;
+  for (int i = 0; i < 100; ++i) sources.serve(true, 300);
+  for (int i = 0; i < 100; ++i) sources.serve(false, 300);
+  EXPECT_GT(sources.recorded.size(), 3000u);
+  EXPECT_TRUE(sources.system->hasTimedOut());
+}
+
+TEST(AlignedCapture, TakesTheTimeOfArrivalWhereTheServerTellsNone) {
+  TwoSources sources;
+  for (int i = 0; i < 250; ++i) sources.serve(true, std::nullopt);
+  const auto heard = std::ranges::count_if(sources.recorded, [](float x) { return x > 0.4; });
+  EXPECT_GT(heard, 2500);
 }
 
 }  // namespace

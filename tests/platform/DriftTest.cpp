@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <random>
 #include <string>
+#include <utility>
 
 namespace quenlor::test {
 namespace {
@@ -21,12 +22,22 @@ SimulatedCapture captureWith(const std::string& server, double microphoneDrift) 
            .drift = microphoneDrift}};
 }
 
-/// The largest distance in a stretch of the recording, compared with the first one.
-double largestDistance(SimulatedCapture& capture, double first, double seconds) {
-  double largest = 0;
+/// What was largest in a stretch of the recording.
+struct Largest {
+  /// Of the distances, compared with the first one.
+  double distance = 0;
+  /// Of the changes of the correction within a second.
+  double change = 0;
+};
+
+Largest largestOf(SimulatedCapture& capture, double first, double seconds) {
+  Largest largest;
+  double earlier = capture.correction(), previous = earlier;
   for (double end = capture.now() + seconds; capture.now() < end;) {
     capture.run(0.5);
-    largest = std::max(largest, std::abs(capture.distance() - first));
+    largest.distance = std::max(largest.distance, std::abs(capture.distance() - first));
+    largest.change = std::max(largest.change, std::abs(capture.correction() - earlier));
+    earlier = std::exchange(previous, capture.correction());
   }
   return largest;
 }
@@ -47,8 +58,12 @@ TEST_P(Drift, IsTakenOut) {
   const double first = capture.distance();
   const double lengths[] = {29, 30, 540};
   for (std::size_t i = 0; i < std::size(lengths); ++i) {
-    EXPECT_LE(largestDistance(capture, first, lengths[i]), param.limits[i])
+    const Largest largest = largestOf(capture, first, lengths[i]);
+    EXPECT_LE(largest.distance, param.limits[i])
         << "stretch " << i << ", correction " << capture.correction();
+    if (i > 0) {
+      EXPECT_LE(largest.change, 20e-6);
+    }
   }
   EXPECT_NEAR(capture.correction(), param.drift, 30e-6);
   EXPECT_EQ(capture.framesLost(CaptureRole::system), 0);
@@ -91,7 +106,7 @@ TEST(DriftOfADay, StaysTakenOutWhileClocksWander) {
     late.isHeld = minute % 10 == 0;
     capture.run(0.4);
     late.isHeld = false;
-    ASSERT_LE(largestDistance(capture, first, 59.6), 0.003) << "minute " << minute;
+    ASSERT_LE(largestOf(capture, first, 59.6).distance, 0.003) << "minute " << minute;
     // What waits is a part of a second, however long the recording.
     const double length = capture.now() - 1000;
     ASSERT_NEAR(capture.recordedSeconds(), length * (1 - 300e-6), 0.3 + 20e-6 * length);

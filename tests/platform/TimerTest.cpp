@@ -1,4 +1,5 @@
 #include "platform/common/EventLoop.h"
+#include "platform/common/HandoverBalance.h"
 #include "platform/common/QueueTimer.h"
 #include "platform/common/SerialQueue.h"
 #include "tests/platform/Gate.h"
@@ -71,6 +72,21 @@ TEST_F(QueueTimerTest, RunsTwiceAtATickWhileItIsBehind) {
   enough.await();
   late.cancel();
   queue->sync([&] { EXPECT_EQ(questions, runs - 3); });
+}
+
+// After a burst of five seconds, one tick more a period until it is taken, and none from then on.
+TEST(HandoverBalance, TakesABurstAndComesToRest) {
+  HandoverBalance balance;
+  const HandoverBalance::Seconds period = 20ms;
+  HandoverBalance::Seconds handedOver = 5s;
+  int extraTicks = 0, latestExtra = 0;
+  for (int tick = 0; tick < 1000; ++tick, handedOver += period) {
+    if (!balance.tick(period, handedOver)) continue;
+    ++extraTicks;
+    latestExtra = tick;
+  }
+  EXPECT_NEAR(extraTicks, (5 - 0.4) / 0.02, 2);
+  EXPECT_LT(latestExtra, 250);
 }
 
 // The deadline after a tick half an interval late is half an interval away. A noisy machine can

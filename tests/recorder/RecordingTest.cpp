@@ -2,6 +2,7 @@
 
 #include "tests/recorder/RecorderRun.h"
 #include "tests/support/MountedFolder.h"
+#include "tests/support/WaitUntil.h"
 #include "tests/support/WaveFile.h"
 
 #include <csignal>
@@ -209,7 +210,7 @@ TEST_F(Record, TellsAtOnceThatTheSidecarDied) {
     ChildProcess child =
         record(replaces ? std::vector<std::string>{"-f"} : std::vector<std::string>{});
     awaitReady(child);
-    std::this_thread::sleep_for(std::chrono::milliseconds{200});
+    waitUntil([this] { return std::filesystem::file_size(recording) > 10'000; });
     ASSERT_EQ(::kill(childOf(child.pid()), SIGKILL), 0);
     EXPECT_EQ(child.waitForExit(), 1);
     static const std::regex told(

@@ -3,6 +3,7 @@
 #include "tests/recorder/FakeSidecar.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/WaitUntil.h"
 #include "tests/support/WaveFile.h"
 
 #include <chrono>
@@ -90,6 +91,15 @@ TEST_F(TerminalSession, IsGivenBackWhileTheRecordingGoesOn) {
   ASSERT_TRUE(shows("Recorded .* to r\\.wav"));
 }
 
+TEST_F(TerminalSession, IsGivenBackToWhoPressesCtrlCTwice) {
+  type("stty -a > before; " + record("r.wav", makeSidecar(folder / "sidecar", "ready; sleep 5")));
+  ASSERT_TRUE(shows("00:00:00"));
+  press("C-c");
+  press("C-c");
+  type("clear; stty -a | diff - before && echo as it was");
+  ASSERT_TRUE(shows("as it was\n\\$"));
+}
+
 TEST_F(TerminalSession, IsLeftAloneInTheBackground) {
   type("clear; stty tostop; stty -a > before; " + record("-f -d 1 r.wav &"));
   ASSERT_TRUE(shows("Recording to r\\.wav\\.\n"));
@@ -125,8 +135,7 @@ TEST_F(TerminalSession, GoesOnWhileItsOutputIsStopped) {
                                         "echo '{\"durationSeconds\":2,\"sizeBytes\":44}'")));
   ASSERT_TRUE(shows("00:00:00"));
   press("C-s");
-  while (!std::filesystem::exists(folder / "stopped"))
-    std::this_thread::sleep_for(std::chrono::milliseconds{20});
+  waitUntil([this] { return std::filesystem::exists(folder / "stopped"); });
   EXPECT_EQ(screen().find("is back"), std::string::npos) << screen();
   press("C-q");
   ASSERT_TRUE(

@@ -61,6 +61,7 @@ TEST_F(Interpreter, SaysNothingOfTheSidecarsOwnSteps) {
       {"Stop signal received. Finalizing capture.", "the recording to be completed"},
   };
   EXPECT_EQ(trace.awaited(), "");
+  EXPECT_EQ(trace.take("title of two lines"), "title of two lines");
   for (const auto& [message, awaited] : steps) {
     EXPECT_EQ(takeMessage(message), std::nullopt) << message;
     EXPECT_EQ(trace.awaited(), awaited);

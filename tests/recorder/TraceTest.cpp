@@ -2,6 +2,7 @@
 
 #include "tests/recorder/FakeSidecar.h"
 #include "tests/recorder/RecorderRun.h"
+#include "tests/support/WaitUntil.h"
 
 #include <csignal>
 #include <filesystem>
@@ -85,7 +86,7 @@ TEST_F(Traced, IsNotWaitedForBeforeItIsReady) {
                                           "sleep 1000\n");
   for (const int number : {SIGINT, SIGTERM}) {
     ChildProcess child = record({"-f"}, sidecar);
-    while (!std::filesystem::exists(folder / "started")) std::this_thread::yield();
+    waitUntil([this] { return std::filesystem::exists(folder / "started"); });
     child.sendSignal(number);
     EXPECT_EQ(child.waitForExit(), 1);
     EXPECT_EQ(child.standardError(),
