@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <system_error>
 
 namespace {
 
@@ -21,12 +22,24 @@ void run(const std::filesystem::path& path) {
 
 }  // namespace
 
-/// Runs a target over the files of the folder that the argument names.
-int main(int /*count*/, char** arguments) {
+/// Runs a target over the files of the folder that its only argument names.
+int main(int count, char** arguments) {
+  if (count != 2) {
+    std::fprintf(stderr, "usage: %s FOLDER\n", arguments[0]);
+    return 64;
+  }
+  std::error_code error;
   int files = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(arguments[1])) {
-    run(entry.path());
+  // An iterator that fails becomes the end.
+  for (std::filesystem::directory_iterator entry(arguments[1], error), end; entry != end;
+       entry.increment(error)) {
+    run(entry->path());
     ++files;
+  }
+  if (error) {
+    std::fprintf(stderr, "The folder \"%s\" cannot be read: %s\n", arguments[1],
+                 error.message().c_str());
+    return 1;
   }
   std::printf("%d inputs\n", files);
   return files > 0 ? 0 : 1;

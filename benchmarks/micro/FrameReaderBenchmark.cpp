@@ -24,7 +24,11 @@ class TextFile {
   }
 
  private:
-  std::unique_ptr<std::FILE, decltype(&std::fclose)> file{std::tmpfile(), &std::fclose};
+  struct Close {
+    void operator()(std::FILE* opened) const { std::fclose(opened); }
+  };
+
+  std::unique_ptr<std::FILE, Close> file{std::tmpfile()};
 };
 
 void readAllFrames(benchmark::State& state, const std::string& text) {
