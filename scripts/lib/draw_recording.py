@@ -16,7 +16,7 @@ matplotlib.use("Agg")
 from matplotlib import pyplot
 from matplotlib.ticker import FuncFormatter, MultipleLocator
 
-from palette import BACKGROUND, COLOURS, FAINT, MUTED, TEXT
+from palette import BACKGROUND, CHANNELS, FAINT, MUTED, TEXT
 
 # Of the picture, at two pixels a point of the page.
 WIDTH, HEIGHT, PIXELS_PER_POINT = 900, 520, 2
@@ -95,10 +95,10 @@ def draw(recording, picture):
                                wspace=0.03, left=0.092, right=0.94, top=0.925, bottom=0.095)
     below = figure.add_subplot(grid[2, 0])
     upper, lower = (figure.add_subplot(grid[row, 0], sharex=below) for row in (0, 1))
-    shades = draw_waveform(upper, rate, left, "left", COLOURS[0])
+    shades = draw_waveform(upper, rate, left, "left", CHANNELS[0])
     upper.legend(handles=shades, loc="lower right", bbox_to_anchor=(1.01, 1), ncol=2, frameon=False,
                  labelcolor=MUTED, fontsize=9, borderaxespad=0)
-    draw_waveform(lower, rate, right, "right", COLOURS[1])
+    draw_waveform(lower, rate, right, "right", CHANNELS[1])
     image = draw_spectrogram(below, rate, (left + right) / 2)
     below.set_xlim(0, len(left) / rate)
     figure.colorbar(image, cax=figure.add_subplot(grid[2, 1])).outline.set_visible(False)

@@ -11,11 +11,11 @@ import pathlib
 import sys
 from xml.sax.saxutils import escape
 
-from palette import BACKGROUND, COLOURS, FAINT, MUTED, TEXT
+from palette import BACKGROUND, FAINT, MUTED, PROMPT, TEXT
 
 CHARACTER, LINE, SIZE = 8.8, 22, 14.6
 LEFT, TOP, BAR = 20, 24, 34
-PROMPT = "$"
+SIGN = "$"  # the prompt
 SECONDS_AT_END = 4
 
 
@@ -24,7 +24,7 @@ def read(folder):
     screens = []
     for path in sorted(pathlib.Path(folder).iterdir(), key=lambda path: int(path.name)):
         lines = path.read_text().rstrip().split("\n")
-        screens.append((int(path.name) / 1000, lines[:-1] if lines[-1] == PROMPT else lines))
+        screens.append((int(path.name) / 1000, lines[:-1] if lines[-1] == SIGN else lines))
     return [(time - screens[0][0], lines) for time, lines in screens]
 
 
@@ -39,7 +39,7 @@ def appearances(screens, row):
 def text_of(content, row, attributes):
     """The width is given, since a browser's monospaced font may be of any."""
     y = BAR + TOP + LINE * row
-    colour = COLOURS[2] if content.startswith(PROMPT) else TEXT
+    colour = PROMPT if content.startswith(SIGN) else TEXT
     return (f'<text x="{LEFT}" y="{y}" fill="{colour}" textLength="{CHARACTER * len(content):.1f}" '
             f'lengthAdjust="spacingAndGlyphs"{attributes}>{escape(content)}</text>')
 
