@@ -94,14 +94,16 @@ void PulseCaptureGroup::setStreamEnded(std::function<void()> callback) {
 }
 
 void PulseCaptureGroup::follow(CaptureRole role, const std::string& sourceName,
-                               const std::string& reason) {
+                               const std::string& text) {
   connection.assertLocked();
   Member& member = memberOf(role);
   if (!member.track) return;
+  member.chosenSource = sourceName;
+  member.chosenDescription = text;
   const bool isThere = member.track->sourceName() == sourceName &&
                        (sourceName.empty() || member.track->isConnected());
   if (isThere) return;
-  if (sourceName.empty()) reportInterruption(member, reason);
+  if (sourceName.empty()) reportInterruption(member, text);
   member.track->follow(sourceName);
 }
 
@@ -125,9 +127,12 @@ void PulseCaptureGroup::report(CaptureRole role) {
     return;
   member.isReportedInterrupted = false;
   member.reportedSource = member.track->heardSourceName();
+  // The server may have taken the stream to a source of its own choice.
+  const bool isChosen = member.reportedSource == member.chosenSource;
+  const std::string& device = isChosen ? member.chosenDescription : member.reportedSource;
   // In the form of the first device, since that is the recording's.
   const CaptureForm& form = member.track->form();
-  connection.trace(std::string(member.name) + " comes from " + member.reportedSource +
+  connection.trace(std::string(member.name) + " comes from " + device +
                    " now; the server brings it to " + std::to_string(form.rate) + " Hz and " +
                    std::to_string(form.channels.channels) + " channels.");
 }

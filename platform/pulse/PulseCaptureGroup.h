@@ -55,8 +55,9 @@ class PulseCaptureGroup {
   void setStreamEnded(std::function<void()> callback);
 
   /// Takes the role, if it was added, to another source, or to none where the name is empty. Does
-  /// nothing where it is there already. The reason says why there is none.
-  void follow(CaptureRole role, const std::string& sourceName, const std::string& reason);
+  /// nothing where it is there already. The text is what the trace calls the source, or why there
+  /// is none.
+  void follow(CaptureRole role, const std::string& sourceName, const std::string& text);
 
  private:
   struct Member {
@@ -65,6 +66,9 @@ class PulseCaptureGroup {
     /// What the trace says of it: that it is interrupted, or the source that it comes from.
     bool isReportedInterrupted = false;
     std::string reportedSource{};
+    /// The source that was chosen last, and its name for people.
+    std::string chosenSource{};
+    std::string chosenDescription{};
   };
 
   Member& memberOf(CaptureRole role) REQUIRES(connection) {

@@ -62,10 +62,11 @@ void PulseSupervisor::reachForServer() {
 
 void PulseSupervisor::follow(const DefaultDevices::Answer& answer) {
   const auto& [sink, source] = answer;
-  group.follow(CaptureRole::system, sink ? sink->monitorName : "", "There is no output.");
+  group.follow(CaptureRole::system, sink ? sink->monitorName : "",
+               sink ? sink->description : "There is no output.");
   const bool isMicrophone = source && !source->isMonitor;
   group.follow(CaptureRole::microphone, isMicrophone ? source->name : "",
-               "There is no microphone.");
+               isMicrophone ? source->description : "There is no microphone.");
 }
 
 }  // namespace quenlor::platform::pulse

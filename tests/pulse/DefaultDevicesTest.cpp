@@ -2,6 +2,7 @@
 #include "tests/pulse/Pactl.h"
 
 #include <array>
+#include <cctype>
 #include <chrono>
 #include <gtest/gtest.h>
 #include <string>
@@ -19,11 +20,17 @@ struct ConnectingClient {
   ChildProcess process{{"bash", "-c", "while :; do pactl info; done >/dev/null 2>&1"}};
 };
 
+std::string lowered(std::string name) {
+  name.front() = static_cast<char>(std::tolower(name.front()));
+  return name;
+}
+
 class DefaultDevices : public Conversation {
  protected:
   DefaultDevices() { awaitReady(child); }
 
-  /// Makes it the default, and waits until the recording has followed.
+  /// Makes it the default, and waits until the recording has followed. The trace has the device's
+  /// name for people.
   void change(const std::string& kind, const std::string& device, const std::string& traceLine) {
     const std::size_t before = countLines(readFile(traceFile), traceLine);
     runPactl({"set-default-" + kind, device});
@@ -39,11 +46,12 @@ class DefaultDevices : public Conversation {
 TEST_F(DefaultDevices, AreFollowedWhileOtherClientsConnect) {
   const std::array<ConnectingClient, 4> others;
   for (int i = 0; i < 15; ++i) {
-    for (const std::string sink : {"headphones", "speakers"})
+    for (const std::string device : {"Headphones", "Speakers"})
       ASSERT_NO_FATAL_FAILURE(
-          change("sink", sink, "System audio comes from " + sink + ".monitor now"));
-    for (const std::string source : {"headset", "microphone"})
-      ASSERT_NO_FATAL_FAILURE(change("source", source, "The microphone comes from " + source));
+          change("sink", lowered(device), "System audio comes from " + device + " now"));
+    for (const std::string device : {"Headset", "Microphone"})
+      ASSERT_NO_FATAL_FAILURE(
+          change("source", lowered(device), "The microphone comes from " + device + " now"));
   }
   child.write("stop\n");
   expectRecording(finish(child), output);

@@ -232,8 +232,8 @@ TEST_F(ServerFault, DefaultDevicesAreFollowed) {
   for (const auto* silences : {&system, &microphone}) {
     EXPECT_LE(total(*silences), longestSwitch) << describe(*silences) << errors;
   }
-  EXPECT_EQ(countLines(errors, "System audio comes from headphones.monitor now"), 1u);
-  EXPECT_EQ(countLines(errors, "The microphone comes from headset now"), 1u);
+  EXPECT_EQ(countLines(errors, "System audio comes from Headphones now"), 1u);
+  EXPECT_EQ(countLines(errors, "The microphone comes from Headset now"), 1u);
 }
 
 class ServerUnplugging : public ServerFault {};
@@ -259,7 +259,7 @@ TEST_F(ServerRemoval, OutputIsReplacedByTheNextDefault) {
   std::this_thread::sleep_for(2s);
   stop();
   EXPECT_LE(total(system), longestSwitch) << describe(system) << errors;
-  EXPECT_EQ(countLines(errors, "System audio comes from headphones.monitor now"), 1u) << errors;
+  EXPECT_EQ(countLines(errors, "System audio comes from Headphones now"), 1u) << errors;
   EXPECT_EQ(countLines(errors, "The microphone comes"), 0u) << errors;
 }
 
