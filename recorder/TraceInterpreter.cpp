@@ -102,13 +102,14 @@ std::optional<std::string> TraceInterpreter::takeMessage(std::string_view messag
 std::optional<std::string> TraceInterpreter::takeServerMessage(std::string_view message) {
   std::string_view rest = message;
   if (rest == "The sound server is back.") {
+    serverIsGone = false;
     cause.clear();
     return std::string(rest);
   }
   cause = printable(message);
-  if (skip(rest, "The sound server ended the connection: "))
-    return "The sound server is gone; silence is recorded until it is back. " + printable(rest);
-  return cause;
+  if (!skip(rest, "The sound server ended the connection: ")) return cause;
+  serverIsGone = true;
+  return "The sound server is gone; silence is recorded until it is back. " + printable(rest);
 }
 
 /// text is what follows the source's name.
@@ -127,6 +128,7 @@ std::optional<std::string> TraceInterpreter::takeSourceMessage(Source& source,
   }
   if (skip(text, " is interrupted: ")) {
     source.isInterrupted = true;
+    if (serverIsGone) return std::nullopt;  // That says it of both.
     cause = name + " is interrupted: " + printable(text);
     return name + " is interrupted; silence is recorded meanwhile. " + printable(text);
   }

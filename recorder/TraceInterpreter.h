@@ -46,6 +46,7 @@ class TraceInterpreter {
   std::array<Source, 2> sources{
       {{"System audio", "system audio", {}, {}}, {"The microphone", "the microphone", {}, {}}}};
   bool capturing = false;
+  bool serverIsGone = false;
   std::string step;
   std::string cause;
   std::string lastUntagged;

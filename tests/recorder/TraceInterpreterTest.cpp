@@ -25,7 +25,7 @@ class Interpreter : public testing::Test {
 };
 
 TEST_F(Interpreter, TellsChangesInPlainWords) {
-  const std::vector<std::pair<std::string, std::string>> cases = {
+  const std::vector<std::pair<std::string, std::optional<std::string>>> cases = {
       {"System audio is recorded from Speakers (USB, 2.0).",
        "System audio is recorded from Speakers (USB, 2.0)."},
       {"The microphone comes from head now set now; the server brings it to 48000 Hz and 2 "
@@ -38,7 +38,10 @@ TEST_F(Interpreter, TellsChangesInPlainWords) {
       {"The microphone comes from other now.", "The microphone comes from other now."},
       {"The sound server ended the connection: Connection terminated.",
        "The sound server is gone; silence is recorded until it is back. Connection terminated."},
+      {"System audio is interrupted: No samples come.", std::nullopt},
       {"The sound server is back.", "The sound server is back."},
+      {"System audio comes from Speakers now.",
+       "System audio is back: it comes from Speakers now."},
       {"System audio does something new.", "System audio does something new."},
       {"The disk\x1B[2J sings \xC2\x9B\x31m \xC3\xA4.", "The disk?[2J sings ?1m \xC3\xA4."},
   };
