@@ -144,7 +144,7 @@ def draw_all():
     if results.path_of("drift").exists():
         groups = results.groups(results.read("drift"), "recorder")
         draw_lines("drift", "How far the microphone walks away from system audio",
-                   "Later than in the first second; 0 is right. One point a second, of the same sounds.",
+                   "How much later than in the first second; 0 is right. All recorded the same sounds.",
                    ("s", "ms"), [
                        (recorder, list(zip(results.numbers(rows, "second"),
                                            results.numbers(rows, "distance ms"))))

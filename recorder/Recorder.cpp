@@ -154,6 +154,7 @@ void Recorder::begin() {
   // Whoever has the file open can go on with it.
   if (scratch) scratch->remove();
   if (!stopped) superviseDisk();
+  hadRoom = !diskError;
   if (stopped || !options.printsWords()) return;
   screen.printLine((scratch ? "Checking the levels; nothing is kept."
                             : "Recording to " + nameOf(file.path()) + '.') +
@@ -228,6 +229,10 @@ int Recorder::conclude(int sidecarStatus) {
     reportFailure(sidecarStatus);
     return 1;
   }
+  if (!hadRoom) {
+    discard();
+    return 1;
+  }
   file.complete();
   if (options.printsWords()) reportResult();
   if (!diskError) return 0;
@@ -259,6 +264,14 @@ void Recorder::reportFailure(int sidecarStatus) {
     for (const std::string& line : trace.failure()) printError(line);
   if (!abandoned && !saidWhy)
     printError(nameOf(options.sidecar.filename()) + ' ' + describeExit(sidecarStatus) + '.');
+  settleFailedFile();
+}
+
+/// The few samples until the stop are not worth an earlier recording.
+void Recorder::discard() {
+  printError("There is no room for a recording: " + diskError.message() + '.');
+  std::error_code code;
+  std::filesystem::remove(file.path(), code);
   settleFailedFile();
 }
 

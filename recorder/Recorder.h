@@ -56,6 +56,7 @@ class Recorder {
   int conclude(int sidecarStatus);
   void reportResult();
   void reportFailure(int sidecarStatus);
+  void discard();
   std::string creationError() const;
   void settleFailedFile();
 
@@ -88,6 +89,8 @@ class Recorder {
   bool stopped = false;
   bool abandoned = false;
   std::error_code diskError;
+  /// At the start, for a recording worth keeping.
+  bool hadRoom = true;
   std::optional<StopResult> result;
 };
 

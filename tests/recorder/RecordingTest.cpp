@@ -205,6 +205,18 @@ TEST_F(Record, StopsBeforeTheLimitOfFileSizes) {
   expectKeptForWantOfRoom(child, "File too large");
 }
 
+TEST_F(Record, LeavesTheEarlierFileWhereThereIsNoRoomFromTheStart) {
+  writeFile(recording, "precious");
+  setUp = "ulimit -f 500\n";
+  ChildProcess child = record({"--force"});
+  EXPECT_EQ(child.waitForExit(), 1);
+  EXPECT_EQ(child.standardError(),
+            "quenlor-record: There is no room for a recording: File too large.\n"
+            "quenlor-record: The earlier recording.wav is back.\n");
+  EXPECT_EQ(readFile(recording), "precious");
+  EXPECT_THAT(filesLeft(), ElementsAre("recording.wav"));
+}
+
 TEST_F(Record, TellsAtOnceThatTheSidecarDied) {
   for (const bool replaces : {false, true}) {
     ChildProcess child =
