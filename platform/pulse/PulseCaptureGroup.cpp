@@ -12,6 +12,10 @@ using namespace std::chrono_literals;
 // How long the end of a recording may take to come from the server.
 constexpr auto longestFinish = 200ms;
 
+// How long a source may come that was not chosen, until the trace says so: where the server takes
+// a stream to the new default device, its answer about that device follows.
+constexpr auto longestUnchosen = 1s;
+
 constexpr CaptureRole roles[] = {CaptureRole::system, CaptureRole::microphone};
 
 }  // namespace
@@ -84,7 +88,7 @@ bool PulseCaptureGroup::served() {
   soundHandedOver =
       std::chrono::duration<double>(static_cast<double>(capture.handedOver()) / recordedRate);
   for (const CaptureRole role : roles)
-    if (memberOf(role).track) report(role);
+    if (memberOf(role).track) report(role, now);
   return capture.isSettling();
 }
 
@@ -116,7 +120,7 @@ void PulseCaptureGroup::streamHasEnded(CaptureRole role, const std::string& reas
 
 /// Says in the trace where a source comes from that was interrupted or has changed, or that nothing
 /// comes.
-void PulseCaptureGroup::report(CaptureRole role) {
+void PulseCaptureGroup::report(CaptureRole role, Clock::time_point now) {
   Member& member = memberOf(role);
   const CaptureLane& lane = *capture.lane(role);
   if (!lane.hasRun()) {
@@ -125,10 +129,14 @@ void PulseCaptureGroup::report(CaptureRole role) {
   }
   if (!member.isReportedInterrupted && member.reportedSource == member.track->heardSourceName())
     return;
+  if (member.heardSource != member.track->heardSourceName()) {
+    member.heardSource = member.track->heardSourceName();
+    member.heardSince = now;
+  }
+  const bool isChosen = member.heardSource == member.chosenSource;
+  if (!isChosen && now - member.heardSince < longestUnchosen) return;
   member.isReportedInterrupted = false;
-  member.reportedSource = member.track->heardSourceName();
-  // The server may have taken the stream to a source of its own choice.
-  const bool isChosen = member.reportedSource == member.chosenSource;
+  member.reportedSource = member.heardSource;
   const std::string& device = isChosen ? member.chosenDescription : member.reportedSource;
   // In the form of the first device, since that is the recording's.
   const CaptureForm& form = member.track->form();

@@ -69,13 +69,16 @@ class PulseCaptureGroup {
     /// The source that was chosen last, and its name for people.
     std::string chosenSource{};
     std::string chosenDescription{};
+    /// The source that comes, and since when.
+    std::string heardSource{};
+    Clock::time_point heardSince{};
   };
 
   Member& memberOf(CaptureRole role) REQUIRES(connection) {
     return members[static_cast<std::size_t>(role)];
   }
   void streamHasEnded(CaptureRole role, const std::string& reason) REQUIRES(connection);
-  void report(CaptureRole role) REQUIRES(connection);
+  void report(CaptureRole role, Clock::time_point now) REQUIRES(connection);
   void reportInterruption(Member& member, const std::string& reason) REQUIRES(connection);
   void reportLoss(CaptureRole role) REQUIRES(connection);
 
