@@ -17,7 +17,7 @@ using Clock = std::chrono::steady_clock;
 /// Connects to the server again and again. Meanwhile PipeWire withholds changes of the default
 /// devices from the clients that are connected already.
 struct ConnectingClient {
-  ChildProcess process{{"bash", "-c", "while :; do pactl info; done >/dev/null 2>&1"}};
+  ChildProcess process{{"bash", "-c", "while :; do timeout 5 pactl info; done >/dev/null 2>&1"}};
 };
 
 std::string lowered(std::string name) {
