@@ -72,11 +72,13 @@ TEST_P(Drift, IsTakenOut) {
 
 std::vector<DriftCase> driftCases() {
   std::vector<DriftCase> cases;
-  for (const double drift : {-300e-6, -100e-6, 100e-6, 300e-6})
-    cases.push_back({"pulseaudio-busy", drift, {0.006, 0.003, 0.003}});
-  for (const double drift : {-1000e-6, 1000e-6})
-    cases.push_back({"pulseaudio-busy", drift, {0.015, 0.015, 0.003}});
-  for (const std::string server : {"pipewire-busy", "pipewire-8192-busy"})
+  for (const std::string server : {"pulseaudio-idle", "pulseaudio-busy"}) {
+    for (const double drift : {-300e-6, -100e-6, 100e-6, 300e-6})
+      cases.push_back({server, drift, {0.006, 0.003, 0.003}});
+    for (const double drift : {-1000e-6, 1000e-6})
+      cases.push_back({server, drift, {0.015, 0.015, 0.003}});
+  }
+  for (const std::string server : {"pipewire-idle", "pipewire-busy", "pipewire-8192-busy"})
     cases.push_back({server, 0, {0.002, 0.002, 0.002}});
   return cases;
 }
